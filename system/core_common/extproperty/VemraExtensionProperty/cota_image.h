@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "extproperty/init_extension_property.h"
+
+namespace android {
+namespace init {
+
+extern const char kCotaImageVerify[];
+extern const char kCotaLoadProperties[];
+extern const char kCarrierMountPoint[];
+
+// Returns the root of the COTA image that the system properties name and declare verified, or the
+// empty string where there is none.
+std::string VerifiedCotaImageRoot();
+
+// Makes a COTA image's map speak of the carrier image instead of the big-ball image that it was
+// built as: its date and version name become the carrier's, unless the map has those. The big-ball
+// version name is removed; the big-ball date stays, as other components read it.
+void CarryOverImageIdentity(PropertyMap* map);
+
+// Bind-mounts `source` on `target` as a COTA image is mounted. Returns what mount(2) returned.
+int BindCotaImage(const std::string& source, const std::string& target);
+
+}  // namespace init
+}  // namespace android

@@ -1,0 +1,54 @@
+#include <string>
+
+#include <android-base/logging.h>
+
+#include "VemraExtensionProperty/cota_image.h"
+#include "VemraExtensionProperty/cota_info_file.h"
+#include "VemraExtensionProperty/display_version_name.h"
+#include "VemraExtensionProperty/init_extension_property_impl.h"
+#include "VemraExtensionProperty/property_loading.h"
+#include "VemraExtensionProperty/special_properties.h"
+
+namespace android {
+namespace init {
+
+namespace {
+
+constexpr char kMountPoint[] = "mount_point";
+constexpr char kBindPoint[] = "bind_point";
+constexpr char kModuleType[] = "module_type";
+constexpr char kConfigureModule[] = "configure";
+
+}  // namespace
+
+void InitExtensionPropertyImpl::bindCotaModuleMountPoint(PropertyApplyCallback cb) {
+  PropertyMap info;
+  if (!ConsumeInfoFile(kCotaModuleInfoFile, "not valid cota module info file: ",
+                       "cota module info prop load failed:", &info)) {
+    return;
+  }
+  const std::string* type = FindProperty(info, kModuleType);
+  const std::string source = InfoValue(info, kMountPoint);
+  // A module without a type has nowhere to be bound to.
+  const std::string target = type == nullptr ? std::string() : InfoValue(info, kBindPoint);
+  if (source.empty() || target.empty()) return;
+
+  LOG(INFO) << "cota module bind from: " << source << " to: " << target;
+  const int result = BindCotaImage(source, target);
+  if (result != 0) {
+    LOG(ERROR) << "bindCotaModuleMountPoint bind failed: " << result;
+    return;
+  }
+  if (*type == kConfigureModule) loadCotaConfigureModuleProperties(target, cb);
+  HandOverIfNotEmpty(cb, kApplyOrdinary, SelectByPrefix(info, {"sys.", "ro."}));
+}
+
+void InitExtensionPropertyImpl::loadCotaConfigureModuleProperties(std::string path,
+                                                                  PropertyApplyCallback cb) {
+  handOverImageProperties(path, cb);
+  loadSpecialProperties(cb);
+  loadCustomizeDisplayVersionName(cb);
+}
+
+}  // namespace init
+}  // namespace android

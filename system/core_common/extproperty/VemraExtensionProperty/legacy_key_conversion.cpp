@@ -1,0 +1,76 @@
+#include "VemraExtensionProperty/legacy_key_conversion.h"
+
+#include <unistd.h>
+
+#include <string>
+
+#include <android-base/logging.h>
+
+#include "VemraExtensionProperty/create_directory.h"
+#include "VemraExtensionProperty/nv_ssv_carrier_key.h"
+#include "VemraExtensionProperty/property_loading.h"
+#include "VemraExtensionProperty/sim_switch_state_file.h"
+#include "utils/file_io.h"
+
+namespace android {
+namespace init {
+
+const char kSimSwitchConvertFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_convert_file";
+
+namespace {
+
+constexpr char kNoneClearMarker[] = "/mnt/vendor/vemrareserve/system/ssv/first_switch_none_clear";
+constexpr char kTrue[] = "true";
+
+bool IsTrue(const PropertyMap& map, const char* property) {
+  const std::string* value = FindProperty(map, property);
+  return value != nullptr && *value == kTrue;
+}
+
+// Returns false, with `failure_text` and the error logged, where the file could not be written.
+bool WriteOrLog(const char* path, const std::string& content, const char* failure_text) {
+  const auto written = WriteFile(path, content);
+  if (!written.ok()) LOG(ERROR) << failure_text << written.error();
+  return written.ok();
+}
+
+void EnsureSsvDirectory() {
+  if (access(kSsvDirectory, F_OK) == 0) return;
+  LOG(INFO) << "there is no ssv dir";
+  if (createDirectory(kSsvDirectory) == 0) {
+    LOG(INFO) << "create ssv dir: " << kSsvDirectory;
+  } else {
+    PLOG(ERROR) << "Unable to create ssv dir " << kSsvDirectory;
+  }
+}
+
+}  // namespace
+
+bool IsLegacyKeyConverted(const PropertyMap& map) {
+  return IsTrue(map, kSimSwitchConvert);
+}
+
+void ConvertLegacyKey(const std::string& nv_key, const std::string& ssv_key,
+                      const PropertyMap& map) {
+  std::string convert_key;
+  load_convert_first_key(&convert_key, nv_key, ssv_key);
+  if (convert_key.empty()) return;
+
+  EnsureSsvDirectory();
+  // The text names the sim action file, but it is the first file that could not be written.
+  if (WriteOrLog(kSimSwitchFirstFile.path, StateFileContent(kSimSwitchFirst, convert_key),
+                 "Unable to write sim_action_first_file ")) {
+    // The blank after "=" is part of the file's format.
+    WriteOrLog(kSimSwitchConvertFile, std::string(kSimSwitchConvert) + "= true\n",
+               "Unable to write sim_switch_convert_file ");
+  }
+  if (access(kNoneClearMarker, F_OK) != 0 && IsTrue(map, kNoneClearSwitchFirst)) {
+    WriteOrLog(kNoneClearMarker, "1", "Unable to write first_switch_none_clear ");
+  }
+  for (const char* path : {kSimSwitchFirstFile.path, kNoneClearMarker, kSimSwitchConvertFile}) {
+    GiveToSystem(path);
+  }
+}
+
+}  // namespace init
+}  // namespace android
