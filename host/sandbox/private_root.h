@@ -15,7 +15,7 @@ struct PrivateRootOptions {
   // The directory shown as "/"; empty for an empty root.
   std::string tree;
   // Copy the tree instead of laying a writable overlay over it. Done by itself where the kernel
-  // refuses the overlay.
+  // refuses the overlay, and for an ordinary user whose tree belongs to somebody else.
   bool copy = false;
 };
 
@@ -25,9 +25,9 @@ struct PrivateRootOptions {
 // must not go on with work that expects the root.
 android::base::Result<void> EnterPrivateRoot(const PrivateRootOptions& options);
 
-// Runs `body` in a child process inside a private root and returns its exit status. The child is
-// killed if the caller dies. An error means that the root could not be made (body never ran) or
-// that the child was ended by a signal.
+// Runs `body` in a child process inside a private root and returns its exit status. The child runs
+// no exit handlers and is killed if the calling thread dies. An error means that the root could not
+// be made (body never ran) or that the child was ended by a signal, as it is by an exception.
 android::base::Result<int> RunInPrivateRoot(const PrivateRootOptions& options,
                                             const std::function<int()>& body);
 

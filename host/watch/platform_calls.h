@@ -6,10 +6,11 @@
 
 // Sees every call that the library makes into the platform, before and after it happens. A program
 // that links this part defines the C library's entry points itself and passes each call on; calls
-// that do not come from libextproperty.so, or from libbase on its behalf, are passed on unseen.
+// that do not come from libextproperty.so, or from libbase or the C++ library on its behalf, are
+// passed on unseen.
 //
-// The tool uses it to tell what a loader read, wrote and mounted; the fault tests use it to make one
-// call fail.
+// The tool uses it to tell what a loader read, wrote and mounted; the fault tests use it to make
+// one call fail.
 namespace watch {
 
 enum class Call {
@@ -34,8 +35,8 @@ const char* CallName(Call call);
 
 struct PlatformCall {
   Call call;
-  std::string path;    // the path, the mount target, or the property's name; empty where there is none
-  std::string source;  // the mount source, or the property's value
+  std::string path;         // the path, the mount target, or the property's name, if there is one
+  std::string source;       // the mount source, or the property's value
   unsigned long flags = 0;  // open or mount flags
   mode_t mode = 0;          // of open and mkdir
   uid_t owner = 0;          // of lchown
@@ -46,7 +47,7 @@ struct PlatformCall {
 
 // What an observer wants to happen instead of the real call.
 struct Verdict {
-  bool fail = false;         // return -1 (or null, or the error) with errno set to `error`
+  bool fail = false;  // return -1 (or null, or the error) with errno set to `error`
   int error = 0;
   size_t limit = ~size_t{0};  // the largest count that read or write may transfer
 };
@@ -63,7 +64,7 @@ class Observer {
 };
 
 // Makes `observer` see all further calls, or none if null. The caller owns it and keeps it alive
-// until it is replaced. Not to be called while a loader runs.
+// until it is replaced. Not to be called before the library is loaded, nor while a loader runs.
 void SetObserver(Observer* observer);
 
 }  // namespace watch

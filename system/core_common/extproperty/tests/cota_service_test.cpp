@@ -54,6 +54,8 @@ class CotaServiceTest : public DeviceTest {
  protected:
   void SetUp() override {
     DeviceTest::SetUp();
+    // A sanitizer starts a thread of its own together with the first one.
+    std::thread([] {}).join();
     threads_ = ThreadCount();
     g_polls = 0;
   }

@@ -1,0 +1,190 @@
+#include "host/sandbox/private_root.h"
+
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "host/sandbox/tree_copy.h"
+
+namespace sandbox {
+namespace {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::ResultError;
+using android::base::unique_fd;
+using android::base::WriteStringToFile;
+
+// Where the root is put together, on a tmpfs that only the new mount namespace sees: nothing of it
+// can be left on disk.
+const std::string kStage = "/tmp";
+
+constexpr char kAdvice[] =
+    "; run as root, or allow user namespaces (kernel.unprivileged_userns_clone=1, "
+    "user.max_user_namespaces above 0, kernel.apparmor_restrict_unprivileged_userns=0)";
+
+// The error for a step that the kernel refused with errno.
+ResultError Refused(const std::string& step) {
+  const int error = errno;
+  std::string text = "private root: " + step + ": " + strerror(error);
+  if (error == EPERM || error == EACCES || error == ENOSPC) text += kAdvice;
+  return ResultError(text, error);
+}
+
+// Returns whether a user namespace had to be made too.
+Result<bool> LeaveNamespaces() {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (user == 0) {
+    if (unshare(CLONE_NEWNS) == 0) return false;
+    if (errno != EPERM) return Refused("unshare a mount namespace");
+  }
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+    if (errno == EINVAL) return Error() << "private root: the process has a second thread";
+    return Refused("unshare a user and a mount namespace");
+  }
+  // The kernel takes a group map from an ordinary user only after setgroups is denied.
+  if (!WriteStringToFile("deny", "/proc/self/setgroups") ||
+      !WriteStringToFile("0 " + std::to_string(user) + " 1", "/proc/self/uid_map") ||
+      !WriteStringToFile("0 " + std::to_string(group) + " 1", "/proc/self/gid_map")) {
+    return Refused("map the user in the user namespace");
+  }
+  return true;
+}
+
+bool MountStage() {
+  return mount("tmpfs", kStage.c_str(), "tmpfs", 0, "mode=0755") == 0;
+}
+
+bool MountOverlay(const unique_fd& tree, const std::string& target, bool user_namespace) {
+  const std::string upper = kStage + "/upper";
+  const std::string work = kStage + "/work";
+  // The root directory takes its mode from the upper layer; the umask has no say in it.
+  if (mkdir(upper.c_str(), 0755) != 0 || chmod(upper.c_str(), 0755) != 0) return false;
+  if (mkdir(work.c_str(), 0700) != 0 || mkdir(target.c_str(), 0700) != 0) return false;
+  // By descriptor, because the tree's path may hold the characters that separate the options.
+  std::string options = "lowerdir=/proc/self/fd/" + std::to_string(tree.get()) +
+                        ",upperdir=" + upper + ",workdir=" + work;
+  if (user_namespace) options += ",userxattr";
+  return mount("overlay", target.c_str(), "overlay", 0, options.c_str()) == 0;
+}
+
+// In a user namespace the overlay cannot change what belongs to a user that is not mapped.
+bool OverlayCanChange(const unique_fd& tree, bool user_namespace) {
+  struct stat about;
+  return !user_namespace || (fstat(tree, &about) == 0 && about.st_uid == geteuid());
+}
+
+// Returns the mount point that is to become the root.
+Result<std::string> BuildRoot(const PrivateRootOptions& options, bool user_namespace) {
+  // Opened in the new namespace, as the kernel takes no layer from another one, and before the
+  // stage is mounted, which may hide it.
+  unique_fd tree;
+  if (!options.tree.empty()) {
+    tree.reset(open(options.tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (tree < 0) return ErrnoError() << "cannot open the tree " << options.tree;
+    if (!options.copy && OverlayCanChange(tree, user_namespace)) {
+      const std::string target = kStage + "/root";
+      if (!MountStage()) return Refused("mount a tmpfs");
+      if (MountOverlay(tree, target, user_namespace)) return target;
+    }
+  }
+  if (!MountStage()) return Refused("mount a tmpfs");
+  if (options.tree.empty()) return kStage;
+  unique_fd stage(open(kStage.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  Result<void> copied = CopyTree(tree, stage);
+  if (!copied.ok()) return Error() << "copy the tree " << options.tree << ": " << copied.error();
+  return kStage;
+}
+
+// Mounts /proc into the working directory, the root to be.
+bool BindProc() {
+  mkdir("proc", 0555);
+  struct stat about;
+  if (lstat("proc", &about) != 0) return false;
+  // A symbolic link would lead the mount out of the tree.
+  errno = ENOTDIR;
+  return S_ISDIR(about.st_mode) && mount("/proc", "proc", nullptr, MS_BIND | MS_REC, nullptr) == 0;
+}
+
+// Makes the working directory the root and lets go of the old one.
+bool PivotRoot() {
+  // With the same path twice, the old root ends up on top of the new one.
+  return syscall(SYS_pivot_root, ".", ".") == 0 && umount2(".", MNT_DETACH) == 0 && chdir("/") == 0;
+}
+
+bool DieWithParent(pid_t parent) {
+  return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent;
+}
+
+// noexcept, so that an exception ends the child instead of unwinding into the caller's copy.
+[[noreturn]] void RunChild(pid_t parent, const PrivateRootOptions& options,
+                           const std::function<int()>& body, unique_fd report) noexcept {
+  if (!DieWithParent(parent)) _exit(EXIT_FAILURE);
+  Result<void> entered = EnterPrivateRoot(options);
+  // Once more, as the kernel may drop the request with a change of credentials.
+  if (entered.ok() && !DieWithParent(parent)) _exit(EXIT_FAILURE);
+  if (!entered.ok()) {
+    android::base::WriteStringToFd(entered.error().message(), report);
+    _exit(EXIT_FAILURE);
+  }
+  report.reset();
+  const int status = body();
+  fflush(nullptr);
+  _exit(status);
+}
+
+}  // namespace
+
+Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
+  Result<bool> user_namespace = LeaveNamespaces();
+  if (!user_namespace.ok()) return user_namespace.error();
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    return Refused("make the mounts private");
+  }
+  Result<std::string> root = BuildRoot(options, *user_namespace);
+  if (!root.ok()) return root.error();
+  if (chdir(root->c_str()) != 0) return Refused("enter " + *root);
+  if (!BindProc()) return Refused("mount /proc");
+  if (!PivotRoot()) return Refused("pivot_root");
+  return {};
+}
+
+Result<int> RunInPrivateRoot(const PrivateRootOptions& options, const std::function<int()>& body) {
+  unique_fd report;
+  unique_fd report_writer;
+  if (!Pipe(&report, &report_writer)) return ErrnoError() << "cannot make a pipe";
+  fflush(nullptr);
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child < 0) return ErrnoError() << "cannot start a process for the private root";
+  if (child == 0) {
+    report.reset();
+    RunChild(parent, options, body, std::move(report_writer));
+  }
+  report_writer.reset();
+  std::string failure;
+  android::base::ReadFdToString(report, &failure);
+  int status = 0;
+  if (TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) < 0) return ErrnoError() << "cannot wait";
+  if (!failure.empty()) return Error() << failure;
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  const int number = WTERMSIG(status);
+  return Error() << "the process in the private root was ended by signal " << number << " ("
+                 << strsignal(number) << ")";
+}
+
+}  // namespace sandbox
