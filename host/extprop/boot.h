@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "host/extprop/boot_record.h"
+#include "host/extprop/loaders.h"
+
+namespace extprop {
+
+// One step to take: a call of `loader`, or a post of the word `argument` if `loader` is null.
+struct PlannedStep {
+  const Loader* loader = nullptr;
+  std::string argument;
+};
+
+struct BootPlan {
+  std::string tree;     // the device's files; never changed
+  std::string library;  // the path of libextproperty.so; empty to find it
+  Properties properties;
+  std::vector<PlannedStep> steps;
+  // An empty directory that receives the resulting tree; not owned, -1 to leave it out.
+  int keep_fd = -1;
+};
+
+// Plays the host in a private root made from the plan's tree, in a child process, and returns what
+// happened. A step that could not be completed has its `error` set and is the last one. Fails if
+// the library cannot be loaded, the kernel refuses the private root, the child is ended by a
+// signal, or the resulting tree cannot be kept.
+android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
+
+}  // namespace extprop

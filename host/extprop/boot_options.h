@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "host/extprop/boot.h"
+
+namespace CLI {
+class App;
+}
+
+namespace extprop {
+
+// What the command line says about a boot, as it stands there.
+struct BootOptions {
+  std::string tree;
+  std::string library;
+  std::vector<std::string> property_files;
+  std::vector<std::string> assignments;
+  enum class Order { kCall, kPost };
+  std::vector<std::pair<Order, std::string>> steps;
+};
+
+// Gives `command` the options that describe a boot; parsing stores them in `*options`.
+void AddBootOptions(CLI::App* command, BootOptions* options);
+
+// Tells which steps a boot takes and lists the loaders, for the end of a help text.
+std::string StepHelp();
+
+// Every error is the user's and says which input is wrong.
+android::base::Result<BootPlan> MakePlan(const BootOptions& options);
+
+}  // namespace extprop

@@ -1,0 +1,136 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "host/extprop/boot.h"
+#include "host/extprop/boot_options.h"
+#include "host/extprop/commands.h"
+#include "host/extprop/property_input.h"
+#include "host/extprop/render_text.h"
+
+namespace extprop {
+
+namespace {
+
+namespace fs = std::filesystem;
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::unique_fd;
+
+struct Options {
+  BootOptions boot;
+  std::string log = "info";
+  bool json = false;
+  std::string keep;
+  std::string save_props;
+};
+
+const std::map<std::string, Severity> kLevels = {{"verbose", Severity::kVerbose},
+                                                 {"info", Severity::kInfo},
+                                                 {"warning", Severity::kWarning},
+                                                 {"error", Severity::kError}};
+
+constexpr const char* kExamples = R"(
+Examples:
+  extprop boot image --props getprop.txt
+  extprop boot image --set persist.sys.vemra.operator.opta=AB --call persist --json
+  extprop boot image --post boot_mount --post boot_mount_bind_complete --log warning
+  extprop boot image --keep next --save-props next.prop && extprop boot next --props next.prop)";
+
+bool IsInside(const std::string& path, const std::string& directory) {
+  const std::string inner = fs::weakly_canonical(path).string() + "/";
+  const std::string outer = fs::canonical(directory).string() + "/";
+  return outer == "//" || inner.compare(0, outer.size(), outer) == 0;
+}
+
+// Opens the directory that takes the resulting tree, made if there is none.
+Result<unique_fd> OpenKeep(const std::string& path, const std::string& tree) {
+  if (IsInside(path, tree)) return Error() << "--keep " << path << ": lies in " << tree;
+  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
+    return ErrnoError() << "--keep " << path << ": cannot make the directory";
+  }
+  unique_fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd < 0) return ErrnoError() << "--keep " << path << ": cannot open the directory";
+  if (!fs::is_empty(path)) return Error() << "--keep " << path << ": is not an empty directory";
+  return fd;
+}
+
+bool ColourWanted() {
+  const char* no_colour = getenv("NO_COLOR");
+  return isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
+}
+
+void Print(const Options& options, const BootRecord& record) {
+  if (options.json) {
+    std::cout << JsonText(ToJson(record)) << '\n';
+  } else {
+    RenderText(record, {kLevels.at(options.log), ColourWanted()}, std::cout);
+  }
+}
+
+int Boot(const Options& options) {
+  Result<BootPlan> plan = MakePlan(options.boot);
+  if (!plan.ok()) return Fail(kBadInput, plan.error().message());
+  unique_fd keep_fd;
+  if (!options.keep.empty()) {
+    Result<unique_fd> opened = OpenKeep(options.keep, plan->tree);
+    if (!opened.ok()) return Fail(kBadInput, opened.error().message());
+    keep_fd = std::move(*opened);
+    plan->keep_fd = keep_fd.get();
+  }
+  if (!options.save_props.empty() && IsInside(options.save_props, plan->tree)) {
+    return Fail(kBadInput, "--save-props " + options.save_props + ": lies in " + plan->tree);
+  }
+
+  Result<BootRecord> record = RunBoot(*plan);
+  if (!record.ok()) return Fail(kFailed, record.error().message());
+  Print(options, *record);
+  if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
+
+  if (!options.save_props.empty()) {
+    Result<int> skipped = WritePersistent(*record, options.save_props);
+    if (!skipped.ok()) return Fail(kBadInput, "--save-props: " + skipped.error().message());
+    if (*skipped > 0) {
+      Fail(kSuccess, "warning: --save-props: left out " + std::to_string(*skipped) +
+                         " properties of several lines");
+    }
+  }
+  for (const Step& step : record->steps) {
+    if (!step.error.empty()) return Fail(kFailed, step.name + ": " + step.error);
+  }
+  return kSuccess;
+}
+
+}  // namespace
+
+void AddBootCommand(CLI::App* app, std::function<int()>* chosen) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app->add_subcommand(
+      "boot", "Boot a device's files and show what the library did. They are never changed.");
+  AddBootOptions(command, &options->boot);
+  command->add_option("--log", options->log, "The lowest level to show; verbose adds file reads")
+      ->type_name("LEVEL")
+      ->check(CLI::IsMember(kLevels));
+  command->add_flag("--json", options->json, "Print the whole record as JSON");
+  command
+      ->add_option("--keep", options->keep, "Leave the resulting tree in a new or empty directory")
+      ->type_name("DIR");
+  command
+      ->add_option("--save-props", options->save_props,
+                   "Write the resulting persist. properties, to boot with the next time")
+      ->type_name("FILE");
+  command->footer(StepHelp() + kExamples);
+  command->callback([options, chosen] { *chosen = [options] { return Boot(*options); }; });
+}
+
+}  // namespace extprop

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "extproperty/init_extension_property.h"
+
+namespace extprop {
+
+// One way to call the library, as `--call` names it.
+struct Loader {
+  const char* name;
+  const char* argument;  // what the help calls its argument; null where it takes none
+  // It belongs to the loaders that init runs by itself: naming one of them replaces the default
+  // order, while any other is run after it.
+  bool of_default_order;
+  const char* help;
+  void (*call)(android::init::IInitExtensionProperty* service, const std::string& argument,
+               android::init::PropertyApplyCallback callback);
+};
+
+const std::vector<Loader>& Loaders();
+
+// Returns the loader of that name which takes an argument, or takes none; null if there is none.
+const Loader* FindLoader(const std::string& name, bool with_argument);
+
+}  // namespace extprop
