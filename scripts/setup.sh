@@ -3,9 +3,9 @@
 build_packages=(
   g++ cmake ninja-build
   android-libbase-dev android-liblog-dev android-libcutils-dev android-libselinux-dev
-  libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev
+  libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libgtest-dev
 )
-test_packages=("${build_packages[@]}" libgtest-dev blueprint-tools)
+test_packages=("${build_packages[@]}" blueprint-tools)
 
 # Installs those of the named Debian packages that are missing; asks sudo where the caller is not root.
 install_packages() {

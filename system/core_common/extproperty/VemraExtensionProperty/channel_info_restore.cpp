@@ -6,9 +6,9 @@
 
 #include <android-base/logging.h>
 
-#include "VemraExtensionProperty/data_files.h"
 #include "VemraExtensionProperty/emergency_shutdown.h"
 #include "VemraExtensionProperty/property_loading.h"
+#include "VemraExtensionProperty/shared_state_files.h"
 #include "utils/system_property.h"
 
 namespace android {
@@ -23,7 +23,7 @@ constexpr char kRemoveRegionAllApk[] = "persist.sys.remove.region-all.apk";
 constexpr char kChannelCountryInfo[] = "persist.sys.channel.country.info";
 constexpr char kRebootTimeCount[] = "persist.sys.reboot.time.count";
 
-// The values that the host is to store so that the device looks as if no channel was ever set.
+// The resets that the host is to store.
 void CollectChannelReset(PropertyMap* map) {
   const std::string remove_region = ReadSystemProperty(kRemoveRegionApk);
   const std::string remove_carrier = ReadSystemProperty(kRemoveCarrierApk);
@@ -66,8 +66,8 @@ void checkAndRestoreChannelInfo(PropertyApplyCallback cb) {
   // One map for the whole call: what was handed over once is handed over again with what follows.
   PropertyMap map;
   const bool emergency_shutdown = WasEmergencyShutdown();
-  const bool preload_recopied = !ReadSystemProperty(kRecopyPreload).empty();
-  if (emergency_shutdown && !preload_recopied) {
+  const bool recopy_flag_set = !ReadSystemProperty(kRecopyPreload).empty();
+  if (emergency_shutdown && !recopy_flag_set) {
     RestoreChannelInfo(&map, cb);
   } else {
     ReplayChannelFile(kEmptyAppChannelFile, "reboot empty appchanel property failed:", &map, cb);

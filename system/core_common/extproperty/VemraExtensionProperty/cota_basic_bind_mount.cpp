@@ -41,16 +41,11 @@ void InitExtensionPropertyImpl::bindCotaBasicMountPoint(PropertyApplyCallback cb
     return;
   }
   const std::string base = ReadSystemProperty(kModuleBaseProperty, kDefaultModuleBase);
-  PropertyMap props;
   for (const auto& [key, value] : info) {
-    if (HasPrefix(key, {"sys.", "ro."})) {
-      props.emplace(key, value);
-    } else {
-      CreateModuleMountPoint(key, value, base);
-    }
+    if (!HasPrefix(key, kSystemPropertyPrefixes)) CreateModuleMountPoint(key, value, base);
   }
   bindCotaModuleMountPoint(cb);
-  HandOverIfNotEmpty(cb, kApplyOrdinary, props);
+  HandOverIfNotEmpty(cb, kApplyOrdinary, SelectByPrefix(info, kSystemPropertyPrefixes));
 }
 
 }  // namespace init

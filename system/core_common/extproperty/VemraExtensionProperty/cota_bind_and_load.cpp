@@ -16,7 +16,6 @@ namespace init {
 
 namespace {
 
-constexpr char kBindPoint[] = "bind_point";
 constexpr char kVerified[] = "1";
 constexpr char kMissingText[] = "not valid cota mount info file: ";
 constexpr char kFailureText[] = "cota info prop load failed:";
@@ -52,10 +51,7 @@ void InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties(PropertyApplyC
   props.emplace(kCotaLoadProperties, root);
 
   const bool is_carrier = root == kCarrierMountPoint;
-  PropertyMap map;
-  loadRootProperties(root, &map);
-  if (is_carrier) CarryOverImageIdentity(&map);
-  HandOverIfNotEmpty(cb, kApplyOrdinary, map);
+  const PropertyMap map = handOverImageProperties(root, is_carrier, cb);
   if (FindProperty(map, kCustomMediaSource) != nullptr) rebindCustomizeMediaPath();
   HandOverIfNotEmpty(cb, kApplyOrdinary, props);
   if (is_carrier) {

@@ -27,9 +27,9 @@ std::string InfoValue(const PropertyMap& info, const char* key) {
   return value == nullptr ? std::string() : *value;
 }
 
-bool HasPrefix(const std::string& key, std::initializer_list<const char*> prefixes) {
+bool HasPrefix(const std::string& text, std::initializer_list<const char*> prefixes) {
   for (const char* prefix : prefixes) {
-    if (android::base::StartsWith(key, prefix)) return true;
+    if (android::base::StartsWith(text, prefix)) return true;
   }
   return false;
 }

@@ -24,8 +24,14 @@ bool ConsumeInfoFile(const char* path, const char* missing_text, const char* fai
 // Returns the value of `key` in `info`, or the empty string.
 std::string InfoValue(const PropertyMap& info, const char* key);
 
-// Returns true where `key` begins with one of `prefixes`.
-bool HasPrefix(const std::string& key, std::initializer_list<const char*> prefixes);
+// The key in either file that names where to bind to.
+constexpr char kBindPoint[] = "bind_point";
+
+// What tells a system property from the other entries of an info file.
+constexpr std::initializer_list<const char*> kSystemPropertyPrefixes = {"sys.", "ro."};
+
+// Returns true where `text` begins with one of `prefixes`.
+bool HasPrefix(const std::string& text, std::initializer_list<const char*> prefixes);
 
 // Returns the entries of `info` whose keys begin with one of `prefixes`.
 PropertyMap SelectByPrefix(const PropertyMap& info, std::initializer_list<const char*> prefixes);

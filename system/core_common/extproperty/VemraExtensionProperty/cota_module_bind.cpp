@@ -15,7 +15,6 @@ namespace init {
 namespace {
 
 constexpr char kMountPoint[] = "mount_point";
-constexpr char kBindPoint[] = "bind_point";
 constexpr char kModuleType[] = "module_type";
 constexpr char kConfigureModule[] = "configure";
 
@@ -28,9 +27,10 @@ void InitExtensionPropertyImpl::bindCotaModuleMountPoint(PropertyApplyCallback c
     return;
   }
   const std::string* type = FindProperty(info, kModuleType);
-  const std::string source = InfoValue(info, kMountPoint);
   // A module without a type has nowhere to be bound to.
-  const std::string target = type == nullptr ? std::string() : InfoValue(info, kBindPoint);
+  if (type == nullptr) return;
+  const std::string source = InfoValue(info, kMountPoint);
+  const std::string target = InfoValue(info, kBindPoint);
   if (source.empty() || target.empty()) return;
 
   LOG(INFO) << "cota module bind from: " << source << " to: " << target;
@@ -40,12 +40,12 @@ void InitExtensionPropertyImpl::bindCotaModuleMountPoint(PropertyApplyCallback c
     return;
   }
   if (*type == kConfigureModule) loadCotaConfigureModuleProperties(target, cb);
-  HandOverIfNotEmpty(cb, kApplyOrdinary, SelectByPrefix(info, {"sys.", "ro."}));
+  HandOverIfNotEmpty(cb, kApplyOrdinary, SelectByPrefix(info, kSystemPropertyPrefixes));
 }
 
 void InitExtensionPropertyImpl::loadCotaConfigureModuleProperties(std::string path,
                                                                   PropertyApplyCallback cb) {
-  handOverImageProperties(path, cb);
+  handOverImageProperties(path, true, cb);
   loadSpecialProperties(cb);
   loadCustomizeDisplayVersionName(cb);
 }

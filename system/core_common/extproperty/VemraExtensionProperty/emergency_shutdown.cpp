@@ -5,8 +5,14 @@
 namespace android {
 namespace init {
 
+namespace {
+
+constexpr char kEmergencyShutdown[] = "persist.sys.911.shutdown";
+
+}  // namespace
+
 bool WasEmergencyShutdown() {
-  return IsSystemPropertyOne("persist.sys.911.shutdown");
+  return IsSystemPropertyOne(kEmergencyShutdown);
 }
 
 }  // namespace init

@@ -1,13 +1,9 @@
 #include "VemraExtensionProperty/forced_internet_connection.h"
 
-#include <string>
-
-#include <android-base/logging.h>
-
-#include "VemraExtensionProperty/data_files.h"
 #include "VemraExtensionProperty/emergency_shutdown.h"
 #include "VemraExtensionProperty/property_loading.h"
-#include "utils/file_io.h"
+#include "VemraExtensionProperty/shared_state_files.h"
+#include "VemraExtensionProperty/sim_switch_state_file.h"
 #include "utils/system_property.h"
 
 namespace android {
@@ -26,10 +22,8 @@ void forceInternetConnection(PropertyApplyCallback cb) {
   const bool allowed = IsSystemPropertyOne(kMayForceConnect);
   if (!emergency_shutdown || !allowed || already_decided) return;
 
-  const auto written = WriteFile(kForceConnectFile, std::string(kForceConnect) + "=1\n");
-  if (!written.ok()) {
-    LOG(ERROR) << "Unable to write force_connect_internet_prop_file_path " << written.error();
-  }
+  WriteStateFile(kForceConnectFile, StateFileContent(kForceConnect, "1"),
+                 "Unable to write force_connect_internet_prop_file_path ");
   cb(kApplyOrdinary, PropertyMap{{kForceConnect, "1"}});
 }
 

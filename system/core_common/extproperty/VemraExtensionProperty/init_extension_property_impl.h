@@ -35,7 +35,7 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
   void loadCotaOverrideProperties(PropertyApplyCallback cb) override;
   void loadQuasarOverrideProperties(PropertyApplyCallback cb) override;
   void loadSimSwitchOverrideProperties(PropertyApplyCallback cb) override;
-  void loadSimSwitchOverrideProperties(std::string key, PropertyApplyCallback cb) override;
+  void loadSimSwitchOverrideProperties(std::string action, PropertyApplyCallback cb) override;
   void loadCotaServiceOverrideProperties(std::string command, PropertyApplyCallback cb) override;
 
   // Adds the properties of every file of `dir` whose name ends in ".prop" to `properties`, in the
@@ -83,8 +83,10 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
   void loadAllPartitionsSimswitchProperties(PropertyMap* map);
   // Adds both the build properties and the carrier-keyed properties below `root`.
   void loadRootProperties(const std::string& root, PropertyMap* map);
-  // Hands over what loadRootProperties finds in a COTA image, under the carrier image's identity.
-  void handOverImageProperties(const std::string& root, PropertyApplyCallback cb);
+  // Hands over, and returns, what loadRootProperties finds in the COTA image at `root`; where it
+  // stands in for the carrier image, under that image's identity.
+  PropertyMap handOverImageProperties(const std::string& root, bool as_carrier,
+                                      PropertyApplyCallback cb);
   // Binds the media path that the user chose again, over a newly bound image.
   void rebindCustomizeMediaPath();
   // Hands over the SIM-switch state: what is set already and what its files add.

@@ -10,7 +10,6 @@
 #include "VemraExtensionProperty/nv_ssv_carrier_key.h"
 #include "VemraExtensionProperty/property_loading.h"
 #include "VemraExtensionProperty/sim_switch_state_file.h"
-#include "utils/file_io.h"
 
 namespace android {
 namespace init {
@@ -25,13 +24,6 @@ constexpr char kTrue[] = "true";
 bool IsTrue(const PropertyMap& map, const char* property) {
   const std::string* value = FindProperty(map, property);
   return value != nullptr && *value == kTrue;
-}
-
-// Returns false, with `failure_text` and the error logged, where the file could not be written.
-bool WriteOrLog(const char* path, const std::string& content, const char* failure_text) {
-  const auto written = WriteFile(path, content);
-  if (!written.ok()) LOG(ERROR) << failure_text << written.error();
-  return written.ok();
 }
 
 void EnsureSsvDirectory() {
@@ -58,14 +50,14 @@ void ConvertLegacyKey(const std::string& nv_key, const std::string& ssv_key,
 
   EnsureSsvDirectory();
   // The text names the sim action file, but it is the first file that could not be written.
-  if (WriteOrLog(kSimSwitchFirstFile.path, StateFileContent(kSimSwitchFirst, convert_key),
-                 "Unable to write sim_action_first_file ")) {
+  if (WriteStateFile(kSimSwitchFirstFile.path, StateFileContent(kSimSwitchFirst, convert_key),
+                     "Unable to write sim_action_first_file ")) {
     // The blank after "=" is part of the file's format.
-    WriteOrLog(kSimSwitchConvertFile, std::string(kSimSwitchConvert) + "= true\n",
-               "Unable to write sim_switch_convert_file ");
+    WriteStateFile(kSimSwitchConvertFile, std::string(kSimSwitchConvert) + "= true\n",
+                   "Unable to write sim_switch_convert_file ");
   }
   if (access(kNoneClearMarker, F_OK) != 0 && IsTrue(map, kNoneClearSwitchFirst)) {
-    WriteOrLog(kNoneClearMarker, "1", "Unable to write first_switch_none_clear ");
+    WriteStateFile(kNoneClearMarker, "1", "Unable to write first_switch_none_clear ");
   }
   for (const char* path : {kSimSwitchFirstFile.path, kNoneClearMarker, kSimSwitchConvertFile}) {
     GiveToSystem(path);

@@ -10,7 +10,7 @@ namespace init {
 // Records that the legacy carrier key was converted, so that it never is again.
 extern const char kSimSwitchConvertFile[];
 
-// Returns true where `map`, which holds what the convert file says, marks the conversion as done.
+// Returns true where `map` marks the conversion as done.
 bool IsLegacyKeyConverted(const PropertyMap& map);
 
 // Derives the first SIM-switch key from the boot carrier or a legacy key and writes it to the first

@@ -11,10 +11,9 @@ namespace init {
 // The legacy SSV key's file; the SIM-switch state reads the same file as a property file.
 extern const char kSimActionFile[];
 
-// Replaces `*result` with the value that the mapping file `mapping_file_name`, below the
-// partitions'
-// "/etc/", gives for `key` (up to the key's first NUL byte). The partition with the highest index
-// that maps the key decides. `*result` is empty where `key` is empty or no partition maps it.
+// Replaces `*result` with the value that the mapping file `mapping_file_name`, below "/etc/" of the
+// partitions, gives for `key` (up to the key's first NUL byte). The partition with the highest
+// index that maps the key decides. `*result` is empty where `key` is empty or no partition maps it.
 void find_nv_ssv_target_key(std::string key, std::string mapping_file_name, std::string* result);
 
 // Appends the legacy NV key, the first eight bytes of the first NV source that is readable and not

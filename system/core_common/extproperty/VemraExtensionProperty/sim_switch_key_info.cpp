@@ -4,11 +4,11 @@
 
 #include <android-base/logging.h>
 
-#include "VemraExtensionProperty/data_files.h"
 #include "VemraExtensionProperty/init_extension_property_impl.h"
 #include "VemraExtensionProperty/legacy_key_conversion.h"
 #include "VemraExtensionProperty/nv_ssv_carrier_key.h"
 #include "VemraExtensionProperty/property_loading.h"
+#include "VemraExtensionProperty/shared_state_files.h"
 #include "VemraExtensionProperty/sim_switch_state_file.h"
 #include "utils/system_property.h"
 
@@ -47,7 +47,7 @@ void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* map) 
   if (oldNvKey.empty() && nvTargetKey.empty()) load_old_nv_key(&oldNvKey, &nvTargetKey);
 
   LoadPropertyFileIfPresent(kSimSwitchConvertFile, "sim switch convert property load failed:", map);
-  // Asked before the sim action file is read: only the convert file can mark the conversion.
+  // Asked before the sim action file is read: that file cannot mark the conversion.
   const bool converted = IsLegacyKeyConverted(*map);
   LoadSimActionFile(map);
   if (access(kSimSwitchFirstFile.path, F_OK) != 0 && !converted) {

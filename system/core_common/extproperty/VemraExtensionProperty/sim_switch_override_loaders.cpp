@@ -2,11 +2,11 @@
 
 #include "VemraExtensionProperty/carrier_directory.h"
 #include "VemraExtensionProperty/cota_image.h"
-#include "VemraExtensionProperty/data_files.h"
 #include "VemraExtensionProperty/extension_partition_roots.h"
 #include "VemraExtensionProperty/init_extension_property_impl.h"
 #include "VemraExtensionProperty/operator_carrier_key.h"
 #include "VemraExtensionProperty/property_loading.h"
+#include "VemraExtensionProperty/shared_state_files.h"
 #include "VemraExtensionProperty/sim_switch_state_file.h"
 #include "VemraExtensionProperty/special_properties.h"
 #include "utils/system_property.h"
@@ -40,7 +40,7 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertyApplyCal
   loadSpecialProperties(cb);
 }
 
-void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string key,
+void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string action,
                                                                 PropertyApplyCallback cb) {
   PropertyMap map;
   const auto load_carrier_directories = [&](const char* property, const char* kind,
@@ -51,15 +51,15 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string key,
     }
   };
 
-  if (key == "simSwitchCurrent") {
+  if (action == "simSwitchCurrent") {
     load_carrier_directories(kSimSwitchCurrent, kSimSwitchCurrentTime, &simSwitchCurrentKey);
-  } else if (key == "simSwitchFirst") {
+  } else if (action == "simSwitchFirst") {
     load_carrier_directories(kSimSwitchFirst, kSimSwitchFirstTime, &simSwitchFirstKey);
-  } else if (key == "updateDataCommonProp") {
+  } else if (action == "updateDataCommonProp") {
     LoadPropertyFile(kDataCommonFile, "load data common prop failed:", &map);
-  } else if (key == "emptyAppchannelProp") {
+  } else if (action == "emptyAppchannelProp") {
     LoadPropertyFile(kEmptyAppChannelFile, "load empty appchannel prop file failed:", &map);
-  } else if (key == kSwitchCarrierChannel) {
+  } else if (action == "switchCarrierChannel") {
     load_carrier_directories(kChannelInfo, kSwitchCarrierChannel, &channelInfo);
   }
   HandOverIfNotEmpty(cb, kApplyOrdinary, map);

@@ -63,10 +63,16 @@ void LoadOrUpgradeStateFile(const SimSwitchStateFile& file, PropertyMap* map, st
   // At ERROR although nothing failed: the one upgrade of a device is to be seen in every log.
   LOG(ERROR) << file.upgrade_text;
   map->emplace(file.property, old_format_key);
-  const auto written = WriteFile(file.path, StateFileContent(file.property, old_format_key));
-  if (!written.ok()) LOG(ERROR) << file.write_failure_text << written.error();
+  WriteStateFile(file.path, StateFileContent(file.property, old_format_key),
+                 file.write_failure_text);
   *key = old_format_key;
   GiveToSystem(file.path);
+}
+
+bool WriteStateFile(const char* path, const std::string& content, const char* failure_text) {
+  const auto written = WriteFile(path, content);
+  if (!written.ok()) LOG(ERROR) << failure_text << written.error();
+  return written.ok();
 }
 
 void GiveToSystem(const char* path) {

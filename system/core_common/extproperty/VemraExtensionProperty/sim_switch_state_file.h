@@ -38,6 +38,10 @@ std::string StateFileContent(const char* property, const std::string& key);
 // rewritten still counts.
 void LoadOrUpgradeStateFile(const SimSwitchStateFile& file, PropertyMap* map, std::string* key);
 
+// Writes `content` to the state file at `path`. Returns false, with `failure_text` and the error
+// logged, where it could not be written whole.
+bool WriteStateFile(const char* path, const std::string& content, const char* failure_text);
+
 // Gives the file at `path`, if it exists, to user and group system; a link is changed itself, not
 // its target. Failure is logged.
 void GiveToSystem(const char* path);

@@ -19,7 +19,7 @@ void InitExtensionPropertyImpl::loadQuasarOverrideProperties(PropertyApplyCallba
   if (!load_properties_from_file_without_se(kSpecialEditionFile, nullptr, &map)) {
     LOG(INFO) << "can not read prop from :" << kSpecialEditionFile;
   }
-  // Also when the map is empty: the host counts on this call.
+  // Handed over even when empty, unlike the maps of the other loaders.
   cb(kApplyOrdinary, map);
   loadSpecialProperties(cb);
 }

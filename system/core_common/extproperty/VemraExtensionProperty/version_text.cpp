@@ -1,6 +1,7 @@
 #include "VemraExtensionProperty/version_text.h"
 
 #include <string>
+#include <utility>
 
 namespace android {
 namespace init {

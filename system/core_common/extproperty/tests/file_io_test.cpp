@@ -32,6 +32,13 @@ TEST_F(FileIoTest, read_file_returns_everything_or_the_failed_step) {
   EXPECT_EQ(ReadFile("/d").error().message(), "Unable to read file contents: Is a directory");
 }
 
+TEST_F(FileIoTest, size_that_a_file_claims_is_not_taken_from_memory) {
+  Write("/sparse", "x");
+  ASSERT_EQ(truncate("/sparse", off_t{1} << 40), 0);
+  EXPECT_EQ(*ReadFileWithOffset("/sparse", 0, 2), std::string("x\0", 2));
+  EXPECT_EQ(ReadFile("/sparse").error().code(), EFBIG);
+}
+
 TEST_F(FileIoTest, read_with_offset_is_padded_to_the_asked_length) {
   Write("/f", "0123456789");
   ASSERT_EQ(symlink("/f", "/link"), 0);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/logging.h>
@@ -44,11 +45,6 @@ int MakeDirectory(const std::string& path) {
 }  // namespace
 
 int createCotaDirectory(std::string path) {
-  if (path.size() >= PATH_MAX) {
-    // No such path can be made; walking up it would log as many lines as it has components.
-    LOG(ERROR) << "make dir failed: " << path;
-    return -1;
-  }
   // The directories that wait for their parent, the outermost call's path first. A loop, as the
   // depth of the path is the info file's and the stack may be a thread's.
   std::vector<std::string> waiting;
@@ -57,7 +53,9 @@ int createCotaDirectory(std::string path) {
     if (!current.empty()) {
       std::string parent = ParentOf(current);
       LOG(INFO) << "create path: " << current << " sub dir: " << parent;
-      if (access(parent.c_str(), F_OK) != 0) {
+      // No path of PATH_MAX bytes can be made, and walking up it would log a line for every
+      // component.
+      if (current.size() < PATH_MAX && access(parent.c_str(), F_OK) != 0) {
         waiting.push_back(std::move(current));
         current = std::move(parent);
         continue;

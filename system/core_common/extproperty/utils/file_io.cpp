@@ -7,6 +7,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include <android-base/errno_restorer.h>
@@ -22,6 +23,8 @@ using android::base::unique_fd;
 namespace {
 
 constexpr size_t kReadChunk = 1024;
+// A sparse file may claim any size: what is beyond this is reserved as it is read.
+constexpr off_t kMaxReservedSize = off_t{1} << 20;
 
 template <typename SystemCall>
 auto RetryOnEintr(SystemCall call) {
@@ -36,7 +39,8 @@ unique_fd OpenRetrying(const std::string& path, int flags, mode_t mode = 0) {
 
 void ReserveFileSize(int fd, std::string* content) {
   struct stat st;
-  if (fstat(fd, &st) == 0 && st.st_size >= 1) content->reserve(static_cast<size_t>(st.st_size));
+  if (fstat(fd, &st) != 0 || st.st_size < 1) return;
+  content->reserve(static_cast<size_t>(std::min(st.st_size, kMaxReservedSize)));
 }
 
 }  // namespace
@@ -50,6 +54,11 @@ Result<std::string> ReadFile(const std::string& path) {
   char chunk[kReadChunk];
   ssize_t count;
   while ((count = RetryOnEintr([&] { return read(fd.get(), chunk, sizeof(chunk)); })) > 0) {
+    if (content.size() + static_cast<size_t>(count) > kMaxFileSize) {
+      errno = EFBIG;
+      count = -1;
+      break;
+    }
     content.append(chunk, static_cast<size_t>(count));
   }
   if (count < 0) return ErrnoError() << "Unable to read file contents";

@@ -13,8 +13,13 @@
 namespace android {
 namespace init {
 
+// ReadFile takes no more than this, so that no file can use up init's memory. Real property files
+// are a thousandth of it.
+constexpr size_t kMaxFileSize = size_t{128} << 20;
+
 // Returns the whole content of the file at `path`. Does not follow a symbolic link in the last
-// component. Fails with "open() failed" or "Unable to read file contents".
+// component. Fails with "open() failed" or "Unable to read file contents", the latter also (EFBIG)
+// for more than kMaxFileSize bytes.
 android::base::Result<std::string> ReadFile(const std::string& path);
 
 // Returns the first `limit` bytes of the file at `path`, or all of a shorter one, without reading

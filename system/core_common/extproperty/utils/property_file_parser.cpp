@@ -1,7 +1,6 @@
 #include "utils/property_file_parser.h"
 
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +61,13 @@ void Merge(std::string_view name, std::string_view value, PropertyMap* propertie
   entry->second.assign(value.data(), value.size());
 }
 
+struct FileBeingRead {
+  std::string path;
+  bool identified = false;  // Whether dev and ino are known; asked only when an import needs them.
+  dev_t dev = 0;
+  ino_t ino = 0;
+};
+
 // One outermost call: the files it is inside of, and what bounds it.
 class PropertyFileLoad {
  public:
@@ -74,10 +80,10 @@ class PropertyFileLoad {
   void ParseLine(std::string_view line, std::string_view filter);
   void Import(std::string_view argument);
   bool Refuse(const std::string& path);
-  bool IsBeingRead(const std::string& path) const;
+  bool IsBeingRead(const std::string& path);
 
   PropertyMap* const properties_;
-  std::vector<std::string> being_read_;  // The outermost file first.
+  std::vector<FileBeingRead> being_read_;  // The outermost file first.
   size_t files_entered_ = 0;
   std::set<std::string> refused_;
 };
@@ -90,7 +96,7 @@ bool PropertyFileLoad::Load(const std::string& filename, std::string_view filter
     LOG(WARNING) << "Couldn't load property file '" << filename << "': " << content.error();
     return false;
   }
-  being_read_.push_back(filename);
+  being_read_.push_back({filename});
   ParseContent(*content, filter);
   being_read_.pop_back();
   LOG(VERBOSE) << "(Loading properties from " << filename << " took " << timer << ".)";
@@ -137,6 +143,8 @@ void PropertyFileLoad::Import(std::string_view argument) {
     LOG(ERROR) << "Could not expand filename ': " << path.error();
     return;
   }
+  const bool exhausted = files_entered_ >= kMaxFilesPerLoad;
+  if (exhausted && refused_.count(*path) != 0) return;
   if (access(path->c_str(), F_OK) != 0 || Refuse(*path)) return;
   if (!Load(*path, filter)) LOG(ERROR) << "expand filename load failed : " << *path;
 }
@@ -156,16 +164,20 @@ bool PropertyFileLoad::Refuse(const std::string& path) {
   return true;
 }
 
-bool PropertyFileLoad::IsBeingRead(const std::string& path) const {
+bool PropertyFileLoad::IsBeingRead(const std::string& path) {
   // Not the paths but the files are compared, as partitions are reachable under several paths. The
   // last component may not be a link, as no link is read either.
   struct stat candidate;
   const bool known = lstat(path.c_str(), &candidate) == 0;
-  for (const std::string& file : being_read_) {
-    if (file == path) return true;
+  for (FileBeingRead& file : being_read_) {
+    if (file.path == path) return true;
     struct stat st;
-    if (known && lstat(file.c_str(), &st) == 0 && st.st_dev == candidate.st_dev &&
-        st.st_ino == candidate.st_ino) {
+    if (!file.identified && lstat(file.path.c_str(), &st) == 0) {
+      file.identified = true;
+      file.dev = st.st_dev;
+      file.ino = st.st_ino;
+    }
+    if (known && file.identified && file.dev == candidate.st_dev && file.ino == candidate.st_ino) {
       return true;
     }
   }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stddef.h>
+
 #include <string>
 
 #include <android-base/result.h>
@@ -24,7 +26,7 @@ constexpr size_t kMaxFilesPerLoad = 1024;
 //
 // `filter`, if neither null nor empty, keeps only the names equal to it or, where it ends in "*",
 // beginning with what stands before the "*"; imports are then not followed. Names and values are
-// taken as they are, without a legality check.
+// taken as they are, without a legality check. `filename` and `properties` must not be null.
 //
 // Returns true where `filename` itself could be read, whatever happened to its lines and imports;
 // false, with a warning logged and the map unchanged, where it could not.

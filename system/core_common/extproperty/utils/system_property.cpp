@@ -8,7 +8,7 @@ namespace android {
 namespace init {
 
 std::string ReadSystemProperty(const char* name, const char* default_value) {
-  char value[PROP_VALUE_MAX] = {};
+  char value[PROPERTY_VALUE_MAX] = {};
   property_get(name, value, default_value);
   return value;
 }

@@ -20,7 +20,7 @@ using PropertyMap = std::map<std::string, std::string>;
 //   2  persistent values that the library records or resets.
 // A callback is not called after the operation that received it has returned, except by the COTA
 // bind thread, which calls it from its own thread for as long as that thread lives. It must not be
-// null and must not throw.
+// null, must not throw, and must not call slot 12.
 using PropertyApplyCallback = void (*)(int mode, PropertyMap map);
 
 // The host calls by slot: the order of the declarations is the binding order of the virtual table,
@@ -57,9 +57,10 @@ class IInitExtensionProperty {
   // Slot 9. Reapplies all carrier-dependent partition properties for the current keys.
   virtual void loadSimSwitchOverrideProperties(PropertyApplyCallback cb) = 0;
 
-  // Slot 10. Applies the one kind of change that `key` names ("simSwitchCurrent", "simSwitchFirst",
-  // "updateDataCommonProp", "emptyAppchannelProp", "switchCarrierChannel"); any other does nothing.
-  virtual void loadSimSwitchOverrideProperties(std::string key, PropertyApplyCallback cb) = 0;
+  // Slot 10. Applies the one kind of change that `action` names ("simSwitchCurrent",
+  // "simSwitchFirst", "updateDataCommonProp", "emptyAppchannelProp", "switchCarrierChannel"); any
+  // other does nothing.
+  virtual void loadSimSwitchOverrideProperties(std::string action, PropertyApplyCallback cb) = 0;
 
   // Slot 11. Reserved: does nothing and returns false.
   virtual bool loadOverrideProperty(std::string /*name*/, std::string /*value*/,
@@ -67,8 +68,10 @@ class IInitExtensionProperty {
     return false;
   }
 
-  // Slot 12. Runs one command of the COTA service; "check_mount" starts the COTA bind thread. May
-  // throw std::system_error where the platform refuses that thread.
+  // Slot 12. Runs one command of the COTA service; "check_mount" starts the COTA bind thread.
+  // Throws std::system_error where the platform refuses that thread, and, from the other commands,
+  // std::out_of_range for a display version name of one character that a COTA version is to be
+  // appended to. On the bind thread that error ends the process.
   virtual void loadCotaServiceOverrideProperties(std::string command, PropertyApplyCallback cb) = 0;
 };
 

@@ -1,0 +1,21 @@
+#include <string>
+
+#include "VemraExtensionProperty/cota_image.h"
+#include "VemraExtensionProperty/init_extension_property_impl.h"
+#include "VemraExtensionProperty/property_loading.h"
+
+namespace android {
+namespace init {
+
+PropertyMap InitExtensionPropertyImpl::handOverImageProperties(const std::string& root,
+                                                               bool as_carrier,
+                                                               PropertyApplyCallback cb) {
+  PropertyMap map;
+  loadRootProperties(root, &map);
+  if (as_carrier) CarryOverImageIdentity(&map);
+  HandOverIfNotEmpty(cb, kApplyOrdinary, map);
+  return map;
+}
+
+}  // namespace init
+}  // namespace android
