@@ -15,7 +15,6 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "host/extprop/library.h"
 #include "host/extprop/recorder.h"
 #include "host/platform/system_properties.h"
 #include "host/sandbox/private_root.h"
@@ -95,22 +94,6 @@ Step Describe(const PlannedStep& planned) {
   return step;
 }
 
-BootRecord PlayHost(const BootPlan& plan, Factory factory) {
-  umask(0);  // init has none
-  Recorder* recorder = Recorder::Start(plan.properties);
-  android::init::IInitExtensionProperty* service = factory(kLibraryName);
-  for (const PlannedStep& planned : plan.steps) {
-    recorder->BeginStep(Describe(planned));
-    Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
-                                                  : Call(planned, service, recorder);
-    if (!done.ok()) {
-      recorder->FailStep(done.error().message());
-      break;
-    }
-  }
-  return recorder->Finish();
-}
-
 // Copies the root as it is under the mounts that the library and the sandbox made.
 Result<void> KeepTree(int keep_fd, bool had_proc) {
   unique_fd root(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
@@ -137,6 +120,22 @@ bool NeedsCopy(const std::string& tree) {
 }
 
 }  // namespace
+
+BootRecord PlayHost(const BootPlan& plan, Factory factory) {
+  umask(0);  // init has none
+  Recorder* recorder = Recorder::Start(plan.properties);
+  android::init::IInitExtensionProperty* service = factory(kLibraryName);
+  for (const PlannedStep& planned : plan.steps) {
+    recorder->BeginStep(Describe(planned));
+    Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
+                                                  : Call(planned, service, recorder);
+    if (!done.ok()) {
+      recorder->FailStep(done.error().message());
+      break;
+    }
+  }
+  return recorder->Finish();
+}
 
 Result<BootRecord> RunBoot(const BootPlan& plan) {
   // Before the private root hides it.

@@ -6,6 +6,7 @@
 #include <android-base/result.h>
 
 #include "host/extprop/boot_record.h"
+#include "host/extprop/library.h"
 #include "host/extprop/loaders.h"
 
 namespace extprop {
@@ -30,5 +31,8 @@ struct BootPlan {
 // the library cannot be loaded, the kernel refuses the private root, the child is ended by a
 // signal, or the resulting tree cannot be kept.
 android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
+
+// Plays the host in this very process and its root, whatever tree the plan names. Once per process.
+BootRecord PlayHost(const BootPlan& plan, Factory factory);
 
 }  // namespace extprop

@@ -68,6 +68,7 @@ TEST_P(private_root_view, shows_the_tree_as_it_is) {
   ASSERT_EQ(chmod((tree / "odm/build.prop").c_str(), 04640), 0);
   const auto expected = Describe(tree.path());
   const std::string outside = fs::current_path();
+  const std::string name = Content("/proc/self/comm");
   const mode_t old_mask = umask(077);
   Result<int> status = RunInPrivateRoot({tree.path(), GetParam()}, [&] {
     EXPECT_EQ(umask(0), 077u);
@@ -77,7 +78,7 @@ TEST_P(private_root_view, shows_the_tree_as_it_is) {
     struct stat root = {};
     stat("/", &root);
     EXPECT_EQ(root.st_mode, S_IFDIR | 0755u);
-    EXPECT_EQ(Content("/proc/self/comm"), "sandbox_test\n");
+    EXPECT_EQ(Content("/proc/self/comm"), name);
     EXPECT_EQ(Content("/proc/self/mountinfo").find("/dev/"), std::string::npos);
     EXPECT_NE(access(outside.c_str(), F_OK), 0);
     umount2("/proc", MNT_DETACH);
