@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034
 # Sourced by the commands at the top of the repository: packages and builds, each in one place.
 
 build_packages=(
@@ -22,7 +23,7 @@ install_packages() {
     "${as_root[@]}" apt-get update -qq
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
       apt-get install -y -qq --no-install-recommends "${missing[@]}"
-  } >&2
+  } >/dev/null
 }
 
 # Configures a CMake preset and builds the named targets of it, or all: build_preset PRESET [TARGET...]

@@ -125,6 +125,7 @@ BootRecord PlayHost(const BootPlan& plan, Factory factory) {
   umask(0);  // init has none
   Recorder* recorder = Recorder::Start(plan.properties);
   android::init::IInitExtensionProperty* service = factory(kLibraryName);
+  if (plan.attribute) recorder->Attribute(service);
   for (const PlannedStep& planned : plan.steps) {
     recorder->BeginStep(Describe(planned));
     Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)

@@ -22,6 +22,8 @@ struct BootPlan {
   std::string library;  // the path of libextproperty.so; empty to find it
   Properties properties;
   std::vector<PlannedStep> steps;
+  // Find the line of every value that a file gives (see history.h).
+  bool attribute = false;
   // An empty directory that receives the resulting tree; not owned, -1 to leave it out.
   int keep_fd = -1;
 };

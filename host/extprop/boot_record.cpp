@@ -28,11 +28,12 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, type, size, mode, uid, gid)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileEvent, op, path, error, existed, after)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MountEvent, source, target, flags, error)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertySet, name, value, old, refused)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertyLine, path, line, name, value, filtered)
 
 namespace {
 
 // The names of the variant's alternatives, in its order.
-constexpr const char* kEventNames[] = {"hand_over", "log", "file", "mount", "property_set"};
+constexpr const char* kEventNames[] = {"hand_over", "log", "file", "mount", "property_set", "line"};
 
 template <size_t kIndex = 0>
 void ReadEvent(const std::string& name, const json& from, Event* event) {

@@ -74,9 +74,19 @@ struct PropertySet {
   bool refused = false;
 };
 
+// A line that sets a property, in a file that was read; in the order in which the lines took effect,
+// before the hand-over that could hold it. Only where the plan asks for attribution.
+struct PropertyLine {
+  std::string path;
+  unsigned line = 0;  // from 1; 0 where the value is the file's whole content
+  std::string name;
+  std::string value;
+  bool filtered = false;  // the filter of the import keeps it out
+};
+
 struct Event {
   bool thread = false;  // it happened on the bind thread
-  std::variant<HandOver, LogLine, FileEvent, MountEvent, PropertySet> what;
+  std::variant<HandOver, LogLine, FileEvent, MountEvent, PropertySet, PropertyLine> what;
 };
 
 // One thing that the host did: called a loader, or posted a request word for the bind thread.

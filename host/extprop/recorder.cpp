@@ -79,6 +79,10 @@ Recorder* Recorder::Start(const Properties& initial) {
   return recorder;
 }
 
+void Recorder::Attribute(android::init::IInitExtensionProperty* service) {
+  finder_ = std::make_unique<LineFinder>(service);
+}
+
 void Recorder::OnHandOver(int mode, android::init::PropertyMap map) {
   the_recorder->Receive(mode, std::move(map));
 }
@@ -116,6 +120,7 @@ BootRecord Recorder::Finish() {
 }
 
 watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
+  if (LineFinder::IsTrying()) return {};
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
     std::lock_guard<std::mutex> guard(lock_);
@@ -126,10 +131,15 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
 }
 
 void Recorder::After(const watch::PlatformCall& call, long result, int error) {
+  if (LineFinder::IsTrying()) {
+    if (call.call == watch::Call::kOpen && result >= 0) LineFinder::OnOpen(call.path);
+    return;
+  }
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (!failed) error = 0;
+  if (finder_ != nullptr) TrackRead(call, result);
   switch (call.call) {
     case watch::Call::kOpen:
       return AddFile(ForWriting(call) ? FileOp::kWrite : FileOp::kRead, call, error);
@@ -161,6 +171,7 @@ void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
 }
 
 void Recorder::Log(LogLine line) {
+  if (LineFinder::IsTrying()) return;
   std::lock_guard<std::mutex> guard(lock_);
   if (!finished_ && !record_.steps.empty()) Add(std::move(line));
 }
@@ -168,9 +179,11 @@ void Recorder::Log(LogLine line) {
 void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_) return;
+  AddLines();  // while the properties are those that the imports' paths were expanded with
   HandOver hand_over;
   hand_over.mode = mode;
   for (auto& [name, value] : map) {
+    AddWholeContent(name, value);
     std::string old = device::PropertyValue(name);
     device::ApplyProperty(name, value);
     hand_over.entries.push_back({name, std::move(value), std::move(old)});
@@ -178,9 +191,47 @@ void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
   Add(std::move(hand_over));
 }
 
+// Keeps what the library reads, as far as it reads it: some sources are whole block devices.
+void Recorder::TrackRead(const watch::PlatformCall& call, long result) {
+  if (call.call == watch::Call::kOpen && result >= 0 && !ForWriting(call)) {
+    reads_.push_back({call.path, static_cast<int>(result), ""});
+  }
+  if (call.call != watch::Call::kRead || result <= 0) return;
+  const auto read = std::find_if(reads_.rbegin(), reads_.rend(),
+                                 [&](const FileRead& file) { return file.fd == call.fd; });
+  const off_t end = lseek(call.fd, 0, SEEK_CUR);
+  if (read == reads_.rend() || end < result) return;
+  std::string bytes(static_cast<size_t>(result), '\0');
+  const ssize_t got = pread(call.fd, bytes.data(), bytes.size(), end - result);
+  if (got > 0) read->content.append(bytes, 0, static_cast<size_t>(got));
+}
+
+void Recorder::AddLines() {
+  if (finder_ == nullptr || reads_.empty()) return;
+  for (PropertyLine& line : finder_->Find(reads_)) {
+    if (!line.filtered) lines_.emplace(line.name, line.value);
+    Add(std::move(line));
+  }
+  std::move(reads_.begin(), reads_.end(), std::back_inserter(earlier_reads_));
+  reads_.clear();
+}
+
+// A state file may hold a bare value.
+void Recorder::AddWholeContent(const std::string& name, const std::string& value) {
+  if (value.empty() || lines_.count({name, value}) != 0) return;
+  for (const FileRead& file : earlier_reads_) {
+    if (file.content != value) continue;
+    lines_.emplace(name, value);
+    return Add(PropertyLine{file.path, 0, name, value, false});
+  }
+}
+
 // Owner and mode are set after the content is, so the state is looked at when the step is over.
 void Recorder::CloseStep() {
   if (record_.steps.empty()) return;
+  AddLines();
+  earlier_reads_.clear();
+  lines_.clear();
   for (Event& event : record_.steps.back().events) {
     auto* file = std::get_if<FileEvent>(&event.what);
     if (file == nullptr) continue;

@@ -4,11 +4,16 @@
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot_record.h"
+#include "host/extprop/line_finder.h"
 #include "host/watch/platform_calls.h"
 
 namespace extprop {
@@ -25,6 +30,9 @@ class Recorder : public watch::Observer {
  public:
   // Sets the store to `initial` and starts to observe and log. The calling thread is the host's.
   static Recorder* Start(const Properties& initial);
+
+  // From now on every value that a file gives is preceded by its line.
+  void Attribute(android::init::IInitExtensionProperty* service);
 
   // The callback for the loaders.
   static void OnHandOver(int mode, android::init::PropertyMap map);
@@ -56,6 +64,9 @@ class Recorder : public watch::Observer {
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
   void Receive(int mode, android::init::PropertyMap&& map);
+  void TrackRead(const watch::PlatformCall& call, long result);
+  void AddLines();
+  void AddWholeContent(const std::string& name, const std::string& value);
   void CloseStep();
   void FindChanges();
   static Snapshot Look(const std::string& path);
@@ -65,6 +76,12 @@ class Recorder : public watch::Observer {
   bool finished_ = false;
   BootRecord record_;
   std::map<std::string, Snapshot> touched_;
+  // For attribution: the files read since the last hand-over and those before it in the step, and
+  // what the step's lines set.
+  std::unique_ptr<LineFinder> finder_;
+  std::vector<FileRead> reads_;
+  std::vector<FileRead> earlier_reads_;
+  std::set<std::pair<std::string, std::string>> lines_;
   pid_t bind_thread_ = 0;
   size_t requests_served_ = 0;
 };

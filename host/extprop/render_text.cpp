@@ -103,6 +103,8 @@ class TextRenderer {
          Was(set.old, set.value));
   }
 
+  void operator()(const PropertyLine& /*line*/) {}  // the hand-over says what came of it
+
  private:
   void RenderStep(const Step& step) {
     std::string title = (step.post ? "post " : "call ") + Visible(step.name);

@@ -153,6 +153,11 @@ Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
   Result<bool> user_namespace = LeaveNamespaces();
   if (!user_namespace.ok()) return user_namespace.error();
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    if (errno == EINVAL) {
+      return Error()
+             << "private root: \"/\" is no mount point, as in a plain chroot; enter the chroot "
+                "after binding its directory onto itself (mount --bind DIR DIR)";
+    }
     return Refused("make the mounts private");
   }
   Result<std::string> root = BuildRoot(options, *user_namespace);
