@@ -17,6 +17,7 @@ namespace android {
 namespace init {
 
 using android::base::ErrnoError;
+using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
 
@@ -37,20 +38,28 @@ unique_fd OpenRetrying(const std::string& path, int flags, mode_t mode = 0) {
   return unique_fd(RetryOnEintr([&] { return open(path.c_str(), flags, mode); }));
 }
 
-void ReserveFileSize(int fd, std::string* content) {
-  struct stat st;
-  if (fstat(fd, &st) != 0 || st.st_size < 1) return;
+void ReserveFileSize(const struct stat& st, std::string* content) {
+  if (st.st_size < 1) return;
   content->reserve(static_cast<size_t>(std::min(st.st_size, kMaxReservedSize)));
 }
 
 }  // namespace
 
 Result<std::string> ReadFile(const std::string& path) {
+  return ReadFileIf(path, [](const struct stat&) { return true; });
+}
+
+Result<std::string> ReadFileIf(const std::string& path,
+                               const std::function<bool(const struct stat&)>& admit) {
   unique_fd fd = OpenRetrying(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
   if (fd.get() == -1) return ErrnoError() << "open() failed";
 
   std::string content;
-  ReserveFileSize(fd.get(), &content);
+  struct stat st;
+  if (fstat(fd.get(), &st) == 0) {
+    if (!admit(st)) return Error() << "not admitted";
+    ReserveFileSize(st, &content);
+  }
   char chunk[kReadChunk];
   ssize_t count;
   while ((count = RetryOnEintr([&] { return read(fd.get(), chunk, sizeof(chunk)); })) > 0) {
@@ -95,7 +104,8 @@ Result<std::string> ReadFileWithOffset(const std::string& path, int offset, int 
 
 bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int nbytes) {
   content->clear();
-  ReserveFileSize(fd, content);
+  struct stat st;
+  if (fstat(fd, &st) == 0) ReserveFileSize(st, content);
   if (lseek(fd, offset, SEEK_SET) == -1) {
     LOG(ERROR) << "lseek() failed";
     return false;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@ namespace {
 constexpr size_t kValueLimit = 92;
 
 constexpr std::string_view kImportPrefix = "import ";
+constexpr char kReadAlready[] = "import refused, the file is being read already: ";
 
 bool IsSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
@@ -61,11 +63,11 @@ void Merge(std::string_view name, std::string_view value, PropertyMap* propertie
   entry->second.assign(value.data(), value.size());
 }
 
+// Not the paths but the files are compared, as partitions are reachable under several paths.
 struct FileBeingRead {
   std::string path;
-  bool identified = false;  // Whether dev and ino are known; asked only when an import needs them.
   dev_t dev = 0;
-  ino_t ino = 0;
+  ino_t ino = 0;  // 0, which no file has, where the system did not tell.
 };
 
 // One outermost call: the files it is inside of, and what bounds it.
@@ -79,8 +81,10 @@ class PropertyFileLoad {
   void ParseContent(std::string_view content, std::string_view filter);
   void ParseLine(std::string_view line, std::string_view filter);
   void Import(std::string_view argument);
-  bool Refuse(const std::string& path);
-  bool IsBeingRead(const std::string& path);
+  bool RefuseUnseen(const std::string& path);
+  void Refuse(const std::string& path, const char* reason);
+  template <typename Same>
+  bool IsBeingRead(Same same) const;
 
   PropertyMap* const properties_;
   std::vector<FileBeingRead> being_read_;  // The outermost file first.
@@ -90,13 +94,26 @@ class PropertyFileLoad {
 
 bool PropertyFileLoad::Load(const std::string& filename, std::string_view filter) {
   android::base::Timer timer;
+  FileBeingRead file = {filename};
+  bool refused = false;
+  Result<std::string> content = ReadFileIf(filename, [&](const struct stat& st) {
+    file.dev = st.st_dev;
+    file.ino = st.st_ino;
+    refused = IsBeingRead([&](const auto& other) {
+      return other.ino != 0 && other.dev == file.dev && other.ino == file.ino;
+    });
+    return !refused;
+  });
+  if (refused) {
+    Refuse(filename, kReadAlready);
+    return true;
+  }
   ++files_entered_;
-  Result<std::string> content = ReadFile(filename);
   if (!content.ok()) {
     LOG(WARNING) << "Couldn't load property file '" << filename << "': " << content.error();
     return false;
   }
-  being_read_.push_back({filename});
+  being_read_.push_back(std::move(file));
   ParseContent(*content, filter);
   being_read_.pop_back();
   LOG(VERBOSE) << "(Loading properties from " << filename << " took " << timer << ".)";
@@ -145,43 +162,31 @@ void PropertyFileLoad::Import(std::string_view argument) {
   }
   const bool exhausted = files_entered_ >= kMaxFilesPerLoad;
   if (exhausted && refused_.count(*path) != 0) return;
-  if (access(path->c_str(), F_OK) != 0 || Refuse(*path)) return;
+  if (access(path->c_str(), F_OK) != 0 || RefuseUnseen(*path)) return;
   if (!Load(*path, filter)) LOG(ERROR) << "expand filename load failed : " << *path;
 }
 
-bool PropertyFileLoad::Refuse(const std::string& path) {
-  const char* reason = nullptr;
-  if (IsBeingRead(path)) {
-    reason = "import refused, the file is being read already: ";
+// Refuses what can be told without opening the file.
+bool PropertyFileLoad::RefuseUnseen(const std::string& path) {
+  if (IsBeingRead([&](const auto& file) { return file.path == path; })) {
+    Refuse(path, kReadAlready);
   } else if (being_read_.size() >= kMaxImportDepth) {
-    reason = "import refused, nested too deep: ";
+    Refuse(path, "import refused, nested too deep: ");
   } else if (files_entered_ >= kMaxFilesPerLoad) {
-    reason = "import refused, too many files: ";
+    Refuse(path, "import refused, too many files: ");
   } else {
     return false;
   }
-  if (refused_.insert(path).second) LOG(ERROR) << reason << path;
   return true;
 }
 
-bool PropertyFileLoad::IsBeingRead(const std::string& path) {
-  // Not the paths but the files are compared, as partitions are reachable under several paths. The
-  // last component may not be a link, as no link is read either.
-  struct stat candidate;
-  const bool known = lstat(path.c_str(), &candidate) == 0;
-  for (FileBeingRead& file : being_read_) {
-    if (file.path == path) return true;
-    struct stat st;
-    if (!file.identified && lstat(file.path.c_str(), &st) == 0) {
-      file.identified = true;
-      file.dev = st.st_dev;
-      file.ino = st.st_ino;
-    }
-    if (known && file.identified && file.dev == candidate.st_dev && file.ino == candidate.st_ino) {
-      return true;
-    }
-  }
-  return false;
+void PropertyFileLoad::Refuse(const std::string& path, const char* reason) {
+  if (refused_.insert(path).second) LOG(ERROR) << reason << path;
+}
+
+template <typename Same>
+bool PropertyFileLoad::IsBeingRead(Same same) const {
+  return std::any_of(being_read_.begin(), being_read_.end(), same);
 }
 
 bool IsLegalNameByte(char c) {
