@@ -1,23 +1,23 @@
 #include "host/extprop/boot.h"
 
-#include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdint>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <thread>
 
+#include "host/extprop/in_tree.h"
 #include "host/extprop/recorder.h"
 #include "host/platform/system_properties.h"
-#include "host/sandbox/private_root.h"
 #include "host/sandbox/tree_copy.h"
 
 namespace extprop {
@@ -102,21 +102,17 @@ Result<void> KeepTree(int keep_fd, bool had_proc) {
       root, keep_fd, had_proc ? std::vector<std::string>{} : std::vector<std::string>{"proc"});
 }
 
-// In the child: the record, or why there is none, goes to `result_fd`.
-int RunChild(const BootPlan& plan, Factory factory, bool had_proc, int result_fd) {
-  nlohmann::json result = {{"record", ToJson(PlayHost(plan, factory))}, {"error", ""}};
-  if (plan.keep_fd >= 0) {
-    Result<void> kept = KeepTree(plan.keep_fd, had_proc);
-    if (!kept.ok()) result["error"] = "cannot keep the resulting tree: " + kept.error().message();
+void Lay(const LaidFile& file) {
+  if (file.how == LaidFile::How::kRemove) {
+    unlink(file.path.c_str());
+    return;
   }
-  const std::vector<std::uint8_t> bytes = nlohmann::json::to_cbor(result);
-  return android::base::WriteFully(result_fd, bytes.data(), bytes.size()) ? 0 : 1;
-}
-
-// Over files of another user, an ordinary user's overlay would be read-only.
-bool NeedsCopy(const std::string& tree) {
-  struct stat about;
-  return geteuid() != 0 && stat(tree.c_str(), &about) == 0 && about.st_uid != geteuid();
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(file.path).parent_path(), ignored);
+  const auto mode = file.how == LaidFile::How::kAppend ? std::ios::app : std::ios::trunc;
+  std::ofstream stream(file.path, std::ios::binary | mode);
+  stream << file.content << std::flush;
+  if (!stream) throw std::runtime_error("cannot write " + file.path + " in the private root");
 }
 
 }  // namespace
@@ -142,26 +138,17 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
   // Before the private root hides it.
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
-  unique_fd result_fd(memfd_create("boot record", MFD_CLOEXEC));
-  if (result_fd < 0) return ErrnoError() << "cannot make room for the record";
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
-
-  sandbox::PrivateRootOptions options;
-  options.tree = plan.tree;
-  options.copy = NeedsCopy(plan.tree);
-  Result<int> status = sandbox::RunInPrivateRoot(
-      options, [&] { return RunChild(plan, *factory, had_proc, result_fd.get()); });
-  if (!status.ok()) return status.error();
-
-  std::string bytes;
-  lseek(result_fd, 0, SEEK_SET);
-  if (*status != 0 || !android::base::ReadFdToString(result_fd, &bytes)) {
-    return Error() << "the boot left no record";
-  }
-  const nlohmann::json result = nlohmann::json::from_cbor(bytes);
-  const auto error = result.at("error").get<std::string>();
-  if (!error.empty()) return Error() << error;
-  return FromJson(result.at("record"));
+  Result<nlohmann::json> record = RunInTree(plan.tree, [&]() -> Result<nlohmann::json> {
+    for (const LaidFile& file : plan.laid) Lay(file);
+    nlohmann::json played = ToJson(PlayHost(plan, *factory));
+    if (plan.keep_fd < 0) return played;
+    Result<void> kept = KeepTree(plan.keep_fd, had_proc);
+    if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
+    return played;
+  });
+  if (!record.ok()) return record.error();
+  return FromJson(*record);
 }
 
 }  // namespace extprop

@@ -17,11 +17,20 @@ struct PlannedStep {
   std::string argument;
 };
 
+// A file that the device has in place of its own, or has no more.
+struct LaidFile {
+  enum class How { kReplace, kAppend, kRemove };
+  std::string path;
+  std::string content;
+  How how = How::kReplace;
+};
+
 struct BootPlan {
   std::string tree;     // the device's files; never changed
   std::string library;  // the path of libextproperty.so; empty to find it
   Properties properties;
   std::vector<PlannedStep> steps;
+  std::vector<LaidFile> laid;  // over the tree, in the private root only
   // Find the line of every value that a file gives (see history.h).
   bool attribute = false;
   // An empty directory that receives the resulting tree; not owned, -1 to leave it out.

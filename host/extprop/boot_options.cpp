@@ -96,10 +96,11 @@ std::string StepHelp() {
   return help;
 }
 
-void AddBootOptions(CLI::App* command, BootOptions* options) {
-  command->add_option("DIR", options->tree, "The device's files: an extracted system image")
-      ->required()
-      ->type_name("");
+CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
+  CLI::Option* tree =
+      command->add_option("DIR", options->tree, "The device's files: an extracted system image")
+          ->required()
+          ->type_name("");
   AddRepeated(command, "--props", "Properties to boot with: a build.prop, or what getprop prints",
               "FILE",
               [options](const std::string& value) { options->property_files.push_back(value); });
@@ -113,6 +114,7 @@ void AddBootOptions(CLI::App* command, BootOptions* options) {
       [options](const std::string& value) { options->steps.emplace_back(Order::kPost, value); });
   command->add_option("--library", options->library, "The libextproperty.so to load")
       ->type_name("FILE");
+  return tree;
 }
 
 Result<BootPlan> MakePlan(const BootOptions& options) {

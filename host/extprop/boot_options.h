@@ -10,7 +10,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace extprop {
 
@@ -25,7 +26,8 @@ struct BootOptions {
 };
 
 // Gives `command` the options that describe a boot; parsing stores them in `*options`.
-void AddBootOptions(CLI::App* command, BootOptions* options);
+// Returns the one for the tree, which is required.
+CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options);
 
 // Tells which steps a boot takes and lists the loaders, for the end of a help text.
 std::string StepHelp();

@@ -74,8 +74,8 @@ struct PropertySet {
   bool refused = false;
 };
 
-// A line that sets a property, in a file that was read; in the order in which the lines took effect,
-// before the hand-over that could hold it. Only where the plan asks for attribution.
+// A line that sets a property, in a file that was read; in the order in which the lines took
+// effect, before the hand-over that could hold it. Only where the plan asks for attribution.
 struct PropertyLine {
   std::string path;
   unsigned line = 0;  // from 1; 0 where the value is the file's whole content

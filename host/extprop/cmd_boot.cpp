@@ -2,10 +2,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <android-base/file.h>
 #include <android-base/unique_fd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "host/extprop/boot_options.h"
 #include "host/extprop/commands.h"
 #include "host/extprop/property_input.h"
+#include "host/extprop/render_html.h"
 #include "host/extprop/render_text.h"
 
 namespace extprop {
@@ -33,6 +35,7 @@ struct Options {
   bool json = false;
   std::string keep;
   std::string save_props;
+  std::string html;
 };
 
 const std::map<std::string, Severity> kLevels = {{"verbose", Severity::kVerbose},
@@ -45,6 +48,7 @@ Examples:
   extprop boot image --props getprop.txt
   extprop boot image --set persist.sys.vemra.operator.opta=AB --call persist --json
   extprop boot image --post boot_mount --post boot_mount_bind_complete --log warning
+  extprop boot image --props getprop.txt --html boot.html
   extprop boot image --keep next --save-props next.prop && extprop boot next --props next.prop)";
 
 bool IsInside(const std::string& path, const std::string& directory) {
@@ -65,15 +69,10 @@ Result<unique_fd> OpenKeep(const std::string& path, const std::string& tree) {
   return fd;
 }
 
-bool ColourWanted() {
-  const char* no_colour = getenv("NO_COLOR");
-  return isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
-}
-
 void Print(const Options& options, const BootRecord& record) {
   if (options.json) {
     std::cout << JsonText(ToJson(record)) << '\n';
-  } else {
+  } else if (options.html.empty()) {
     RenderText(record, {kLevels.at(options.log), ColourWanted()}, std::cout);
   }
 }
@@ -88,15 +87,22 @@ int Boot(const Options& options) {
     keep_fd = std::move(*opened);
     plan->keep_fd = keep_fd.get();
   }
-  if (!options.save_props.empty() && IsInside(options.save_props, plan->tree)) {
-    return Fail(kBadInput, "--save-props " + options.save_props + ": lies in " + plan->tree);
+  for (const auto& [option, path] :
+       {std::pair("--save-props ", options.save_props), std::pair("--html ", options.html)}) {
+    if (path.empty() || !IsInside(path, plan->tree)) continue;
+    return Fail(kBadInput, option + path + ": lies in " + plan->tree);
   }
+  plan->attribute = !options.html.empty();
 
   Result<BootRecord> record = RunBoot(*plan);
   if (!record.ok()) return Fail(kFailed, record.error().message());
   Print(options, *record);
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
 
+  if (!options.html.empty() &&
+      !android::base::WriteStringToFile(RenderHtml(plan->tree, *record), options.html, true)) {
+    return Fail(kBadInput, "--html " + options.html + ": " + strerror(errno));
+  }
   if (!options.save_props.empty()) {
     Result<int> skipped = WritePersistent(*record, options.save_props);
     if (!skipped.ok()) return Fail(kBadInput, "--save-props: " + skipped.error().message());
@@ -105,10 +111,7 @@ int Boot(const Options& options) {
                          " properties of several lines");
     }
   }
-  for (const Step& step : record->steps) {
-    if (!step.error.empty()) return Fail(kFailed, step.name + ": " + step.error);
-  }
-  return kSuccess;
+  return ReportStep(kFailed, *record);
 }
 
 }  // namespace
@@ -128,6 +131,10 @@ void AddBootCommand(CLI::App* app, std::function<int()>* chosen) {
   command
       ->add_option("--save-props", options->save_props,
                    "Write the resulting persist. properties, to boot with the next time")
+      ->type_name("FILE");
+  command
+      ->add_option("--html", options->html,
+                   "Write one page for the browser, with every property's history, and no text")
       ->type_name("FILE");
   command->footer(StepHelp() + kExamples);
   command->callback([options, chosen] { *chosen = [options] { return Boot(*options); }; });

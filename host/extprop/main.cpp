@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "host/extprop/boot_record.h"
 #include "host/extprop/commands.h"
 
 namespace extprop {
@@ -14,6 +15,13 @@ int Fail(int status, const std::string& message) {
   return status;
 }
 
+int ReportStep(int status, const BootRecord& record) {
+  for (const Step& step : record.steps) {
+    if (!step.error.empty()) return Fail(status, step.name + ": " + step.error);
+  }
+  return kSuccess;
+}
+
 namespace {
 
 int Run(int argc, char** argv) {
@@ -21,6 +29,10 @@ int Run(int argc, char** argv) {
   app.require_subcommand(1);
   std::function<int()> chosen;
   AddBootCommand(&app, &chosen);
+  AddExplainCommand(&app, &chosen);
+  AddDiffCommand(&app, &chosen);
+  AddCarriersCommand(&app, &chosen);
+  AddCheckCommand(&app, &chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

@@ -88,14 +88,24 @@ void Recorder::OnHandOver(int mode, android::init::PropertyMap map) {
 }
 
 void Recorder::BeginStep(Step step) {
+  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
-  CloseStep();
+  CloseStep(std::move(lines));
   record_.steps.push_back(std::move(step));
 }
 
 void Recorder::FailStep(const std::string& error) {
   std::lock_guard<std::mutex> guard(lock_);
   record_.steps.back().error = error;
+}
+
+Step Recorder::TakeStep() {
+  std::vector<PropertyLine> lines = FindLines();
+  std::lock_guard<std::mutex> guard(lock_);
+  CloseStep(std::move(lines));
+  Step step = std::move(record_.steps.back());
+  record_.steps.pop_back();
+  return step;
 }
 
 pid_t Recorder::bind_thread() {
@@ -109,9 +119,10 @@ size_t Recorder::requests_served() {
 }
 
 BootRecord Recorder::Finish() {
+  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
   finished_ = true;
-  CloseStep();
+  CloseStep(std::move(lines));
   FindChanges();
   for (auto& [name, value] : device::AllProperties()) {
     if (!value.empty()) record_.properties.emplace(name, value);
@@ -177,9 +188,11 @@ void Recorder::Log(LogLine line) {
 }
 
 void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
+  // While the properties are those that the imports' paths were expanded with.
+  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_) return;
-  AddLines();  // while the properties are those that the imports' paths were expanded with
+  AddLines(std::move(lines));
   HandOver hand_over;
   hand_over.mode = mode;
   for (auto& [name, value] : map) {
@@ -206,14 +219,22 @@ void Recorder::TrackRead(const watch::PlatformCall& call, long result) {
   if (got > 0) read->content.append(bytes, 0, static_cast<size_t>(got));
 }
 
-void Recorder::AddLines() {
-  if (finder_ == nullptr || reads_.empty()) return;
-  for (PropertyLine& line : finder_->Find(reads_)) {
+// Not to be called with the lock held: the library logs while it is given the lines.
+std::vector<PropertyLine> Recorder::FindLines() {
+  std::vector<FileRead> reads;
+  {
+    std::lock_guard<std::mutex> guard(lock_);
+    reads.swap(reads_);
+    earlier_reads_.insert(earlier_reads_.end(), reads.begin(), reads.end());
+  }
+  return reads.empty() ? std::vector<PropertyLine>() : finder_->Find(std::move(reads));
+}
+
+void Recorder::AddLines(std::vector<PropertyLine> lines) {
+  for (PropertyLine& line : lines) {
     if (!line.filtered) lines_.emplace(line.name, line.value);
     Add(std::move(line));
   }
-  std::move(reads_.begin(), reads_.end(), std::back_inserter(earlier_reads_));
-  reads_.clear();
 }
 
 // A state file may hold a bare value.
@@ -227,9 +248,9 @@ void Recorder::AddWholeContent(const std::string& name, const std::string& value
 }
 
 // Owner and mode are set after the content is, so the state is looked at when the step is over.
-void Recorder::CloseStep() {
+void Recorder::CloseStep(std::vector<PropertyLine> lines) {
   if (record_.steps.empty()) return;
-  AddLines();
+  AddLines(std::move(lines));
   earlier_reads_.clear();
   lines_.clear();
   for (Event& event : record_.steps.back().events) {

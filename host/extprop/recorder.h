@@ -40,6 +40,8 @@ class Recorder : public watch::Observer {
   // All further events belong to `step`. The reference is good until the next BeginStep.
   void BeginStep(Step step);
   void FailStep(const std::string& error);
+  // Ends the step and takes it out of the record.
+  Step TakeStep();
 
   // The bind thread that was heard of last, 0 before any was.
   pid_t bind_thread();
@@ -65,9 +67,10 @@ class Recorder : public watch::Observer {
   void Log(LogLine line);
   void Receive(int mode, android::init::PropertyMap&& map);
   void TrackRead(const watch::PlatformCall& call, long result);
-  void AddLines();
+  std::vector<PropertyLine> FindLines();
+  void AddLines(std::vector<PropertyLine> lines);
   void AddWholeContent(const std::string& name, const std::string& value);
-  void CloseStep();
+  void CloseStep(std::vector<PropertyLine> lines);
   void FindChanges();
   static Snapshot Look(const std::string& path);
 

@@ -2,10 +2,12 @@
 
 #include <string.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include <android-base/stringprintf.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 namespace extprop {
@@ -171,6 +173,11 @@ class TextRenderer {
 
 void RenderText(const BootRecord& record, const TextOptions& options, std::ostream& out) {
   TextRenderer(options, out).Render(record);
+}
+
+bool ColourWanted() {
+  const char* no_colour = getenv("NO_COLOR");
+  return isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
 }
 
 std::string Visible(const std::string& text) {

@@ -16,6 +16,9 @@ struct TextOptions {
 // what changed in files and mounts.
 void RenderText(const BootRecord& record, const TextOptions& options, std::ostream& out);
 
+// Returns true where the standard output is a terminal and NO_COLOR is not set.
+bool ColourWanted();
+
 // Returns `text` on one line: control bytes are written as in C.
 std::string Visible(const std::string& text);
 
