@@ -28,7 +28,7 @@ class InfoFile {
  public:
   InfoFile(CheckContext* context, const char* path, StandIn file)
       : context_(*context), path_(path), file_(std::move(file)) {
-    lines_ = android::base::Split(file_.original(), "\n");
+    lines_ = android::base::Split(file_.Original(), "\n");
   }
 
   // What the device does for a service command; mounts are undone.
@@ -66,7 +66,7 @@ std::string InfoFile::Effect(const char* command, size_t index, const std::strin
     const auto* log = std::get_if<LogLine>(&event.what);
     if (log == nullptr || log->severity > Severity::kVerbose) step.events.push_back(event);
   }
-  file_.Show(file_.original());
+  file_.Show(file_.Original());
   BootRecord record;
   record.steps = {step};
   return JsonText(ToJson(record));

@@ -87,7 +87,7 @@ Result<void> FileCheck::Run(std::set<std::string>* imports) {
   bare_key_ = IsStateFile(path_) && whole.properties.empty();
   Result<StandIn> file = StandIn::For(path_);
   if (!file.ok()) return file.error();
-  for (const std::string& line : android::base::Split(file->original(), "\n")) {
+  for (const std::string& line : android::base::Split(file->Original(), "\n")) {
     ++line_;
     if (!line.empty()) CheckLine(line, &*file);
   }

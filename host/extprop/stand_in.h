@@ -21,7 +21,7 @@ class StandIn {
   // there is no room for it.
   void Show(const std::string& content);
   // What the file itself holds.
-  const std::string& original() const { return original_; }
+  const std::string& Original() const { return original_; }
 
  private:
   StandIn() = default;
