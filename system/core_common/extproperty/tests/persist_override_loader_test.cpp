@@ -1,111 +1,119 @@
 #include "tests/device_test.h"
 
-namespace {
+#include <sys/mount.h>
 
-const char kDate[] = "ro.vemra.image.my_company.date";
-const char kBackup[] = "persist.sys.vemra.company.ota.version.backup";
-const char kFlashback[] = "ro.sys.customize.flashback.company";
-const char kDisplay[] = "ro.vemra.customize.display.version_name";
+#include "VemraExtensionProperty/channel_info_restore.h"
+#include "VemraExtensionProperty/forced_internet_connection.h"
 
-}  // namespace
+constexpr auto kRestore = android::init::checkAndRestoreChannelInfo;
+constexpr auto kForce = android::init::forceInternetConnection;
 
 class PersistOverrideLoaderTest : public DeviceTest {
  protected:
-  std::vector<HandOver> Boot() {
-    EXPECT_EQ(service_.loadPersistOverrideProperties(Apply), 0);
-    return TakeHandOvers();
+  std::string Boot(const std::string& properties = "") {
+    return Run([&](auto cb) { EXPECT_EQ(service_.loadPersistOverrideProperties(cb), 0); },
+               properties);
   }
 };
 
 TEST_F(PersistOverrideLoaderTest, one_boot_hands_over_every_group_in_order) {
-  SetProperty("ro.none.clear.switch.first", "true");
-  SetProperty("sys.sim.switch.convert", "set");
-  SetProperty("persist.sys.vemra.operator.opta", "ABC");
-  SetProperty("persist.sys.vemra.operator.optb", "Def");
-  SetProperty(kDate, "D2");
-  SetProperty(kBackup, "D1");
-  SetProperty("ro.vendor.vemra.version_suffix", "S");
-  SetProperty("ro.build.display.id", "A_B");
-  SetProperty("ro.vemra.image.my_carrier.version_name", "V-9");
-  SetProperty("persist.sys.911.shutdown", "1");
-  SetProperty("ro.vemra.internet.whether.force.connect", "1");
-  Write("/odm/etc/build.abc-def.prop", "ro.partition=odm\n");
-  Write("/my_company/build.prop", "ro.c=1\nroc=1\nsys.c=1\n");
-  Write("/my_company/etc/build.abc-def.prop", "persist.c=1\nsys.c=2\n");
-
-  const PropertyMap key_pass = {{"ro.none.clear.switch.first", "true"},
-                                {"sys.sim.switch.convert", "set"},
-                                {kFlashback, "invalid"}};
-  // The host has applied the first pass when the second one runs.
-  PropertyMap second_pass = key_pass;
-  second_pass.erase(kFlashback);
-  EXPECT_EQ(Boot(),
-            (std::vector<HandOver>{{0, key_pass},
-                                   {0, second_pass},
-                                   {0, {{"ro.partition", "odm"}}},
-                                   {1, {{"persist.c", "1"}, {"roc", "1"}, {"sys.c", "2"}}},
-                                   {2, {{kBackup, "D2"}}},
-                                   {0, {{"ro.vendor.vemra.exp.version", "AS_B"}}},
-                                   {0, {{kDisplay, "9"}}},
-                                   {2, {{"persist.sys.recopy.preload.vminstalled", "none"}}},
-                                   {0, {{"ro.vemra.internet.force.connect", "1"}}}}));
-  EXPECT_EQ(service_.ssvKey, "abc-def");
+  WriteFiles(
+      "/odm/etc/build.abc-def.prop ro.partition=odm | /my_company/build.prop ro.c=1 roc=1 sys.c=1 "
+      "| /my_company/etc/build.abc-def.prop persist.c=1 sys.c=2");
+  // The host has applied the first key pass when the second one runs.
+  EXPECT_EQ(Boot("ro.none.clear.switch.first=true $switch.convert=set $opta=ABC $optb=Def "
+                 "$image.company.date=D2 $backup=D1 ro.vendor.vemra.version_suffix=S "
+                 "ro.build.display.id=A_B $carrier=V-9 $shutdown=1 "
+                 "ro.vemra.internet.whether.force.connect=1"),
+            "0 ro.none.clear.switch.first=true $flashback=invalid $switch.convert=set | 0 "
+            "ro.none.clear.switch.first=true $switch.convert=set | 0 ro.partition=odm | 1 "
+            "persist.c=1 roc=1 sys.c=2 | 2 $backup=D2 | 0 $exported=AS_B | 0 $display=9 | 2 "
+            "$recopy=none | 0 $connect=1");
 }
 
 TEST_F(PersistOverrideLoaderTest, keys_kept_in_the_object_skip_the_passes_of_a_second_call) {
-  Write("/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file", "sys.sim.switch.first=F\n");
-  Write("/odm/properties/F/SimSwitchFirstTime/x.prop", "x=1\n");
-  EXPECT_EQ(Boot(),
-            (std::vector<HandOver>{{0, {{"sys.sim.switch.first", "F"}, {kFlashback, "invalid"}}},
-                                   {0, {{"x", "1"}}}}));
-  EXPECT_TRUE(Boot().empty());
-
-  // A new operator key loads the partitions again, without a second key pass.
-  SetProperty("persist.sys.vemra.operator.opta", "a");
-  EXPECT_TRUE(Boot().empty());
-  SetProperty("persist.sys.vemra.operator.optb", "b");
-  EXPECT_EQ(Boot(), (std::vector<HandOver>{{0, {{"x", "1"}}}}));
-  EXPECT_EQ(service_.ssvKey, "a-b");
-  EXPECT_TRUE(Boot().empty());
-}
-
-TEST_F(PersistOverrideLoaderTest, partitions_are_loaded_after_a_key_pass_that_hands_over_nothing) {
-  SetProperty(kFlashback, "set");
+  WriteFiles("/odm/etc/build.S.prop x=1 | /odm/properties/F/SimSwitchFirstTime/x.prop y=1");
   service_.ssvKey = "S";
-  Write("/odm/etc/build.S.prop", "x=1\n");
-  EXPECT_EQ(Boot(), (std::vector<HandOver>{{0, {{"x", "1"}}}}));
+  EXPECT_EQ(Boot("$flashback=set"), "0 x=1");
+  for (std::string* key : {&service_.oldNvKey, &service_.simSwitchFirstKey,
+                           &service_.simSwitchCurrentKey, &service_.nvTargetKey}) {
+    *key = "known";
+    EXPECT_EQ(Boot(), "");
+    *key = "";
+  }
+  service_.ssvKey = "";
+  EXPECT_EQ(Boot("$switch.first=F $switch.current=C"), "0 $switch.first=F | 0 y=1");
+  // A new operator key loads the partitions again, without a second key pass.
+  EXPECT_EQ(Boot("$opta=a"), "");
+  EXPECT_EQ(Boot("$optb=b"), "0 y=1");
+  EXPECT_EQ(Boot(), "");
 }
 
 TEST_F(PersistOverrideLoaderTest, company_marker_follows_the_date_even_to_empty) {
   service_.oldNvKey = "known";
-  Write("/my_company/build.prop", "ro.only=1\n");
-  SetProperty(kDate, "D2");
-  EXPECT_EQ(Boot(), (std::vector<HandOver>{{2, {{kBackup, "D2"}}}}));
-  EXPECT_TRUE(Boot().empty());
-  SetProperty(kDate, "");
-  EXPECT_EQ(Boot(), (std::vector<HandOver>{{2, {{kBackup, ""}}}}));
-}
-
-TEST_F(PersistOverrideLoaderTest, company_partition_is_loaded_through_its_virtual_slot) {
-  struct Overriding : Service {
-    using Service::loadExtensionPartitionProperties;
-    void loadExtensionPartitionProperties(std::string partition, PropertyMap* out) override {
-      out->emplace("seen", partition);
-    }
-  } service;
-  service.oldNvKey = "known";
-  SetProperty(kDate, "D2");
-  service.loadPersistOverrideProperties(Apply);
-  EXPECT_EQ(TakeHandOvers().at(0), (HandOver{1, {{"seen", "/my_company"}}}));
+  WriteFiles("/my_company/build.prop ro.only=1");
+  EXPECT_EQ(Boot("$image.company.date=D2"), "2 $backup=D2");
+  EXPECT_EQ(Boot("$image.company.date="), "2 $backup=");
 }
 
 TEST_F(PersistOverrideLoaderTest, special_edition_is_handed_over_whole_and_even_empty) {
-  SetProperty("ro.vemra.image.my_carrier.version_name", "V-9");
-  service_.loadQuasarOverrideProperties(Apply);
-  EXPECT_EQ(TakeHandOvers(), (std::vector<HandOver>{{0, {}}, {0, {{kDisplay, "9"}}}}));
-  EXPECT_EQ(TakeLog()[1], "I can not read prop from :/my_company/etc/build.prop");
-  Write("/my_company/etc/build.prop", "ro.a=1\npersist.a=1\nsys.a=1\n");
-  service_.loadQuasarOverrideProperties(Apply);
-  EXPECT_EQ(TakeHandOvers(),
-            (std::vector<HandOver>{{0, {{"ro.a", "1"}, {"persist.a", "1"}, {"sys.a", "1"}}}}));
+  const auto quasar = [&](auto cb) { service_.loadQuasarOverrideProperties(cb); };
+  EXPECT_EQ(Run(quasar, "$carrier=V-9"), "0  | 0 $display=9");
+  EXPECT_TRUE(LogHas("I can not read prop from :/my_company/etc/build.prop"));
+  WriteFiles("/my_company/etc/build.prop ro.a=1 persist.a=1 sys.a=1");
+  EXPECT_EQ(Run(quasar), "0 persist.a=1 ro.a=1 sys.a=1");
+}
+
+using EmergencyShutdownTest = DeviceTest;
+
+TEST_F(EmergencyShutdownTest, replay_hands_over_what_it_accumulates_even_if_unreadable) {
+  WriteFiles("$channel a=app b=app | $common b=data c=data");
+  for (const std::string shutdown : {"0", "11", "1 $recopy=true"}) {
+    EXPECT_EQ(Run(kRestore, "$shutdown=" + shutdown), "0 a=app b=app | 0 a=app b=data c=data");
+  }
+  Remove("$channel $common");
+  MakeDirectories("$channel $common");
+  EXPECT_EQ(Run(kRestore), "0  | 0 ");
+  EXPECT_TRUE(
+      LogHas("E reboot empty appchanel property failed:$channel | E reboot data common property "
+             "failed:$common"));
+}
+
+TEST_F(EmergencyShutdownTest, restore_resets_the_channel_once_and_deletes_its_files) {
+  WriteFiles("$channel a=1 | $common b=1 | $ssv/sim_switch_common_prop_file c=1");
+  EXPECT_EQ(Run(kRestore, "$shutdown=1 persist.sys.channel.info=X"),
+            "2 persist.sys.channel.info= $recopy=none");
+  EXPECT_FALSE(Exists("$channel $common $ssv/sim_switch_common_prop_file"));
+  EXPECT_EQ(WithLog(Run(kRestore)), "") << "the stored flag ends the restore";
+  // A mount point cannot be deleted.
+  WriteFiles("$common b=1");
+  const std::string path = Long("$common");
+  ASSERT_EQ(mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(WithLog(Run(kRestore, "$recopy=")),
+            "2 $recopy=none | 0 b=1 $recopy=none | E unlink() failed for $common");
+}
+
+TEST_F(EmergencyShutdownTest, restore_resets_removal_flags_where_any_is_set) {
+  for (const std::string flag : {"region", "carrier", "region-all"}) {
+    device::ClearProperties();
+    Set("$shutdown=1 persist.sys.channel.country.info=Y persist.sys.remove." + flag + ".apk=x");
+    EXPECT_EQ(Run(kRestore),
+              "2 persist.sys.channel.country.info= persist.sys.reboot.time.count=0 $recopy=true "
+              "persist.sys.remove.carrier.apk=false persist.sys.remove.region-all.apk=false "
+              "persist.sys.remove.region.apk=false");
+  }
+}
+
+TEST_F(EmergencyShutdownTest, forced_connection_needs_three_conditions_and_is_recorded) {
+  for (const std::string properties :
+       {"$shutdown= $may_connect=1", "$shutdown=1 $may_connect=", "$may_connect=11",
+        "$may_connect=1 $connect=0", "$shutdown=11 $connect="}) {
+    EXPECT_EQ(WithLog(Run(kForce, properties)), "") << properties;
+  }
+  EXPECT_EQ(WithLog(Run(kForce, "$shutdown=1")),
+            "0 $connect=1 | E Unable to write force_connect_internet_prop_file_path open() failed: "
+            "No such file or directory");
+  MakeDirectories("$ssv/");
+  EXPECT_EQ(Run(kForce, "$connect="), "0 $connect=1");
+  EXPECT_EQ(Read("$ssv/force_connect_internet_prop_file"), "ro.vemra.internet.force.connect=1\n");
 }

@@ -1,202 +1,139 @@
 #include "tests/device_test.h"
 
 #include <sys/stat.h>
-
-namespace {
-
-const std::string kSsv = "/mnt/vendor/vemrareserve/system/ssv/";
-const std::string kFirst = kSsv + "sim_switch_first_file";
-const std::string kCurrent = kSsv + "sim_switch_current_file";
-const std::string kConvert = kSsv + "sim_switch_convert_file";
-const std::string kNoneClear = kSsv + "first_switch_none_clear";
-const std::string kCustomize = "/data/system/customize/";
-const std::string kFlashback = "/mnt/vendor/vemrareserve/system/flag/flashback.cfg";
-
-const std::pair<const std::string, std::string> kInvalidFlashback = {
-    "ro.sys.customize.flashback.company", "invalid"};
-
-}  // namespace
+#include <unistd.h>
 
 class SimSwitchKeyInfoTest : public DeviceTest {
  protected:
-  // A legacy device whose boot carrier converts to the key "K".
-  static void MakeLegacyDevice() {
-    Write("/mnt/vendor/my_product/etc/nvmap.prop", "boot=K\n");
-    SetProperty("ro.boot.vmcarrier", "boot");
+  // Returns what the key pass of one boot, on a legacy device, makes of a map, and keeps the keys.
+  std::string KeyPass(const std::string& map_before = "") {
+    Write("$nv_config", "nv");
+    Set("ro.boot.vmcarrier=boot");
+    Service service;
+    PropertyMap map = Map(map_before);
+    service.loadExtensionSimswitchKeyInfo(&map);
+    keys_ = service.simSwitchFirstKey + "/" + service.simSwitchCurrentKey + "/" +
+            service.channelInfo + "/" + service.oldNvKey + "/" + service.ssvKey;
+    return Text(map);
   }
 
-  // Returns what one boot's key pass, with a service object of its own, adds to `map`.
-  PropertyMap KeyPass(PropertyMap map = {}) {
-    service_.~Service();
-    new (&service_) Service();
-    service_.loadExtensionSimswitchKeyInfo(&map);
-    return map;
-  }
+  std::string keys_;
+  const std::string kFirst = "$ssv/sim_switch_first_file";
+  const std::string kCurrent = "$ssv/sim_switch_current_file";
+  const std::string kConvert = "$ssv/sim_switch_convert_file";
+  const std::string kNoneClear = "$ssv/first_switch_none_clear";
+  const std::string kSimAction = "$ssv/sim_action_file";
 };
 
 TEST_F(SimSwitchKeyInfoTest, legacy_key_is_converted_once_over_several_boots) {
-  MakeLegacyDevice();
-  EXPECT_EQ(KeyPass(), (PropertyMap{{"sys.sim.switch.first", "K"}, kInvalidFlashback}));
-  EXPECT_EQ(service_.simSwitchFirstKey, "K");
-  EXPECT_EQ(Read(kFirst), "sys.sim.switch.first=K\n");
-  EXPECT_EQ(Read(kConvert), "sys.sim.switch.convert= true\n");
-  EXPECT_EQ(ModeAndOwner(kFirst), "0600 1000:1000");
-  EXPECT_EQ(ModeAndOwner(kConvert), "0600 1000:1000");
-  EXPECT_FALSE(Exists(kNoneClear));
-  const auto log = TakeLog();
-  const auto at = std::find(log.begin(), log.end(), "I there is no ssv dir");
-  ASSERT_NE(at, log.end());
-  EXPECT_EQ(at[1], "I make dir: /mnt/vendor/vemrareserve/");
-  EXPECT_TRUE(LogHas(log, "I create ssv dir: " + kSsv));
-  EXPECT_EQ(log.back(), "I sim_switch_first_file is exist!!!");
-
+  WriteFiles("$vendor/product/etc/nvmap.prop boot=K");
+  EXPECT_EQ(WithLog(KeyPass()),
+            "$flashback=invalid $switch.first=K | I there is no ssv dir | I make dir: "
+            "/mnt/vendor/vemrareserve/system/ | I make dir: $ssv/ | I create ssv dir: $ssv/ | I "
+            "sim_switch_first_file is exist!!!");
+  EXPECT_EQ(State(kFirst), "0600 1000:1000 sys.sim.switch.first=K\n");
+  EXPECT_EQ(State(kConvert), "0600 1000:1000 sys.sim.switch.convert= true\n");
   // The device's carrier changes: the converted key stays.
-  Write("/mnt/vendor/my_product/etc/nvmap.prop", "boot=OTHER\n");
-  EXPECT_EQ(KeyPass(), (PropertyMap{{"sys.sim.switch.first", "K"},
-                                    {"sys.sim.switch.convert", "true"},
-                                    kInvalidFlashback}));
+  WriteFiles("$vendor/product/etc/nvmap.prop boot=OTHER");
+  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.convert=true $switch.first=K");
   // The convert file alone keeps a lost first file from being converted anew.
-  unlink(kFirst.c_str());
-  EXPECT_EQ(KeyPass().count("sys.sim.switch.first"), 0u);
-  EXPECT_FALSE(Exists(kFirst));
-  EXPECT_EQ(service_.simSwitchFirstKey, "");
+  Remove(kFirst);
+  EXPECT_EQ(KeyPass() + keys_, "$flashback=invalid $switch.convert=true///nv/");
+  // The first file alone, after a cut between the two, has nothing to convert either.
+  Write(kFirst, "sys.sim.switch.first=K\n");
+  Remove(kConvert);
+  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.first=K");
+  // A marker is written where a conversion asks for one, and kept.
+  Remove(kFirst);
+  KeyPass("ro.none.clear.switch.first=yes");
+  EXPECT_FALSE(Exists(kNoneClear));
+  for (const char* state : {"0600 1000:1000 1", "0600 1000:1000 old"}) {
+    Remove(kFirst + " " + kConvert);
+    KeyPass("ro.none.clear.switch.first=true");
+    EXPECT_EQ(State(kNoneClear), state);
+    Write(kNoneClear, "old");
+  }
 }
 
-TEST_F(SimSwitchKeyInfoTest, failed_write_is_retried_and_a_cut_between_the_files_keeps_the_key) {
-  MakeLegacyDevice();
-  MakeDirectories(kFirst + ".elsewhere");
-  ASSERT_EQ(symlink("nowhere", kFirst.c_str()), 0);  // Does not exist, and cannot be written.
-  EXPECT_EQ(KeyPass(), (PropertyMap{kInvalidFlashback}));
-  EXPECT_TRUE(LogHas(TakeLog(),
-                     "E Unable to write sim_action_first_file open() failed: Too many levels of "
-                     "symbolic links"));
+TEST_F(SimSwitchKeyInfoTest, failed_writes_are_logged_and_retried_by_the_next_boot) {
+  const std::string failed = "open() failed: Too many levels of symbolic links | ";
+  WriteFiles("$vendor/product/etc/nvmap.prop boot=K");
+  MakeDirectories("$ssv/");
+  // A link to nowhere does not exist, and cannot be written.
+  ASSERT_EQ(symlink("nowhere", Long(kFirst).c_str()), 0);
+  EXPECT_EQ(WithLog(KeyPass()) + " | ",
+            "$flashback=invalid | E Unable to write sim_action_first_file " + failed);
   EXPECT_FALSE(Exists(kConvert));
-
-  unlink(kFirst.c_str());
-  EXPECT_EQ(KeyPass().at("sys.sim.switch.first"), "K");
-  // Cut after the first file: the next boot finds the key and has nothing to convert.
-  unlink(kConvert.c_str());
-  Write("/mnt/vendor/my_product/etc/nvmap.prop", "boot=OTHER\n");
-  EXPECT_EQ(KeyPass().at("sys.sim.switch.first"), "K");
-  EXPECT_FALSE(Exists(kConvert));
-}
-
-TEST_F(SimSwitchKeyInfoTest, unmakeable_ssv_directory_is_logged_and_the_step_goes_on) {
-  MakeLegacyDevice();
-  Write("/mnt/vendor/vemrareserve", "in the way");
+  Remove(kFirst);
+  ASSERT_EQ(symlink("nowhere", Long(kConvert).c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", Long(kNoneClear).c_str()), 0);
+  EXPECT_EQ(WithLog(KeyPass("ro.none.clear.switch.first=true")),
+            "ro.none.clear.switch.first=true $flashback=invalid $switch.first=K | E Unable to "
+            "write sim_switch_convert_file " +
+                failed + "E Unable to write first_switch_none_clear " + failed +
+                "I sim_switch_first_file is exist!!!");
+  Remove("/mnt/vendor/vemrareserve/system");
+  Write("/mnt/vendor/vemrareserve/system", "in the way");
   KeyPass();
-  const auto log = TakeLog();
-  EXPECT_TRUE(LogHas(log, "E Unable to create ssv dir " + kSsv + ": Not a directory") ||
-              LogHas(log, "E Unable to create ssv dir " + kSsv + ": File exists"));
-  EXPECT_TRUE(
-      LogHas(log, "E Unable to write sim_action_first_file open() failed: Not a directory"));
+  EXPECT_TRUE(LogHas("E Unable to create ssv dir $ssv/: File exists"));
 }
 
-TEST_F(SimSwitchKeyInfoTest, none_clear_marker_is_written_only_on_a_conversion_that_asks_for_it) {
-  MakeLegacyDevice();
-  KeyPass({{"ro.none.clear.switch.first", "true"}});
-  EXPECT_EQ(Read(kNoneClear), "1");
-  EXPECT_EQ(ModeAndOwner(kNoneClear), "0600 1000:1000");
-
-  unlink(kFirst.c_str());
-  unlink(kConvert.c_str());
-  Write(kNoneClear, "old");
-  KeyPass({{"ro.none.clear.switch.first", "true"}});
-  EXPECT_EQ(Read(kNoneClear), "old");
-}
-
-TEST_F(SimSwitchKeyInfoTest, sim_action_file_is_a_property_file_and_the_raw_ssv_key) {
-  Write(kSsv + "sim_action_file", "ssv");
-  Write("/odm/etc/nvmap.prop", "ssv=S\n");
-  EXPECT_EQ(KeyPass().at("sys.sim.switch.first"), "S");
-  EXPECT_EQ(service_.ssvKey, "ssv");
-  EXPECT_TRUE(LogHas(TakeLog(), "I read ssv file"));
-  // The conversion's mark counts in the convert file only.
-  unlink(kFirst.c_str());
-  unlink(kConvert.c_str());
-  Write(kSsv + "sim_action_file", "sys.sim.switch.convert=true");
-  Write("/odm/etc/nvmap.prop", "boot=B\n");
-  SetProperty("ro.boot.vmcarrier", "boot");
-  EXPECT_EQ(KeyPass().at("sys.sim.switch.first"), "B");
+TEST_F(SimSwitchKeyInfoTest, legacy_keys_come_from_the_nv_and_the_sim_action_file) {
+  WriteFiles("/odm/etc/nvmap.prop ssv=S");
+  Write(kSimAction, "ssv");
+  EXPECT_EQ(KeyPass() + keys_, "$flashback=invalid $switch.first=SS///nv/ssv");
+  EXPECT_TRUE(LogHas("I read ssv file"));
+  // It is a property file as well, but cannot mark the conversion as done.
+  Remove(kFirst + " " + kConvert);
+  WriteFiles("/odm/etc/nvmap.prop nv=N | " + kSimAction + " $switch.convert=true");
+  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.convert=true $switch.first=N");
 }
 
 TEST_F(SimSwitchKeyInfoTest, old_format_files_are_upgraded_once_with_their_text_untrimmed) {
   Write(kFirst, "K\n");
   Write(kCurrent, "C");
-  chmod(kCurrent.c_str(), 0644);
-  EXPECT_EQ(KeyPass(), (PropertyMap{{"sys.sim.switch.first", "K\n"},
-                                    {"sys.sim.switch.current", "C"},
-                                    kInvalidFlashback}));
-  EXPECT_EQ(service_.simSwitchFirstKey, "K\n");
-  EXPECT_EQ(service_.simSwitchCurrentKey, "C");
-  EXPECT_EQ(Read(kFirst), "sys.sim.switch.first=K\n\n");
-  EXPECT_EQ(Read(kCurrent), "sys.sim.switch.current=C\n");
-  EXPECT_EQ(ModeAndOwner(kCurrent), "0644 1000:1000");
-  auto log = TakeLog();
-  log.erase(log.begin(), log.begin() + 3);  // The missing NV sources.
-  EXPECT_EQ(log,
-            (std::vector<std::string>{"I sim_switch_first_file is exist!!!",
-                                      "E Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY",
-                                      "I sim_switch_current_file is exist!!!",
-                                      "E Convert tmp_current_key to SIM_SWITCH_CURRENT_PROPERTY"}));
-
-  EXPECT_EQ(KeyPass().at("sys.sim.switch.first"), "K");
-  EXPECT_FALSE(LogHas(TakeLog(), "E Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY"));
-  Write(kFirst, "");
-  EXPECT_EQ(KeyPass().count("sys.sim.switch.first"), 0u);
-  EXPECT_EQ(Read(kFirst), "");
-}
-
-TEST_F(SimSwitchKeyInfoTest, copies_under_data_win_and_carry_the_channel) {
-  Write(kFirst, "sys.sim.switch.first=A\n");
-  Write(kCurrent, "sys.sim.switch.current=A\n");
-  Write(kCustomize + "sim_switch/sim_switch_first_file", "sys.sim.switch.first=B\n");
-  Write(kCustomize + "sim_switch/sim_switch_current_file", "sys.sim.switch.current=C\nx=copy\n");
-  Write(kSsv + "sim_switch_common_prop_file", "x=common\ncount=3\n");
-  Write(kCustomize + "data_common_prop_file.prop", "persist.sys.channel.info=ch\nx=data\n");
-  Write(kSsv + "force_connect_internet_prop_file", "ro.vemra.internet.force.connect=1\n");
-  Write(kFlashback, "x=flashback\n");
-  EXPECT_EQ(KeyPass(), (PropertyMap{{"sys.sim.switch.first", "B"},
-                                    {"sys.sim.switch.current", "C"},
-                                    {"count", "3"},
-                                    {"persist.sys.channel.info", "ch"},
-                                    {"ro.vemra.internet.force.connect", "1"},
-                                    {"x", "flashback"}}));
-  EXPECT_EQ(service_.simSwitchFirstKey, "B");
-  EXPECT_EQ(service_.simSwitchCurrentKey, "C");
-  EXPECT_EQ(service_.channelInfo, "ch");
-}
-
-TEST_F(SimSwitchKeyInfoTest, unreadable_files_are_logged_with_their_texts) {
-  for (const std::string& file :
-       {kFirst, kCurrent, kConvert, kFlashback, kSsv + "sim_action_file",
-        kSsv + "sim_switch_common_prop_file", kSsv + "force_connect_internet_prop_file",
-        kCustomize + "data_common_prop_file.prop", kCustomize + "sim_switch/sim_switch_first_file",
-        kCustomize + "sim_switch/sim_switch_current_file"}) {
-    MakeDirectories(file);
-  }
-  EXPECT_TRUE(KeyPass().empty());
-  std::vector<std::string> errors;
-  for (const std::string& line : TakeLog()) {
-    if (line[0] == 'E' && line.find("nv_flag") == std::string::npos) errors.push_back(line);
-  }
+  chmod(Long(kCurrent).c_str(), 0644);
   EXPECT_EQ(
-      errors,
-      (std::vector<std::string>{
-          "E sim switch convert property load failed:" + kConvert,
-          "E read ssv failed :" + kSsv + "sim_action_file",
-          "E sim switch key property failed:" + kFirst,
-          "E sim switch key property failed:" + kCurrent,
-          "E sim switch key property failed:" + kCustomize + "sim_switch/sim_switch_current_file",
-          "E reboot count key property failed:" + kSsv + "sim_switch_common_prop_file",
-          "E sim switch key property failed:" + kCustomize + "sim_switch/sim_switch_first_file",
-          "E sim switch key property failed:" + kCustomize + "data_common_prop_file.prop",
-          "E force connect internet property failed:" + kSsv + "force_connect_internet_prop_file",
-          "E flash back property failed:" + kFlashback}));
+      WithLog(KeyPass()),
+      "$flashback=invalid $switch.current=C $switch.first=K\n | I sim_switch_first_file is "
+      "exist!!! | E Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY | I sim_switch_current_file "
+      "is exist!!! | E Convert tmp_current_key to SIM_SWITCH_CURRENT_PROPERTY");
+  EXPECT_EQ(keys_, "K\n/C//nv/");
+  EXPECT_EQ(State(kCurrent), "0644 1000:1000 sys.sim.switch.current=C\n");
+  Write(kCurrent, "");
+  EXPECT_EQ(WithLog(KeyPass()),
+            "$flashback=invalid $switch.first=K | I sim_switch_first_file is exist!!! | I "
+            "sim_switch_current_file is exist!!!");
 }
 
-TEST_F(SimSwitchKeyInfoTest, flashback_default_gives_way_to_what_is_known) {
-  EXPECT_EQ(KeyPass({{kInvalidFlashback.first, "kept"}}).at(kInvalidFlashback.first), "kept");
-  SetProperty(kInvalidFlashback.first, "set");
-  EXPECT_TRUE(KeyPass().empty());
+TEST_F(SimSwitchKeyInfoTest, later_files_win_and_unreadable_ones_are_logged) {
+  // In the order of reading, each with what is logged where it cannot be read.
+  const std::string copies = "/data/system/customize/sim_switch/sim_switch_";
+  const std::string flashback = "/mnt/vendor/vemrareserve/system/flag/flashback.cfg";
+  const std::string files[][3] = {
+      {kConvert, "a=1", "sim switch convert property load failed:"},
+      {kSimAction, "a=2 b=2", "read ssv failed :"},
+      {kFirst, "b=3 c=3 $switch.first=A", "sim switch key property failed:"},
+      {kCurrent, "c=4 d=4 $switch.current=A", "sim switch key property failed:"},
+      {copies + "current_file", "d=5 e=5 $switch.current=C", "sim switch key property failed:"},
+      {"$ssv/sim_switch_common_prop_file", "e=6 f=6", "reboot count key property failed:"},
+      {copies + "first_file", "f=7 g=7 $switch.first=B", "sim switch key property failed:"},
+      {"$common", "g=8 h=8 persist.sys.channel.info=ch", "sim switch key property failed:"},
+      {"$ssv/force_connect_internet_prop_file", "h=9 i=9",
+       "force connect internet property failed:"},
+      {flashback, "i=10", "flash back property failed:"}};
+  for (const auto& [path, map, text] : files) WriteFiles(path + " " + map);
+  EXPECT_EQ(KeyPass(),
+            "a=2 b=3 c=4 d=5 e=6 f=7 g=8 h=9 i=10 persist.sys.channel.info=ch $switch.current=C "
+            "$switch.first=B");
+  EXPECT_EQ(keys_, "B/C/ch/nv/");
+  for (const auto& [path, map, text] : files) Remove(path);
+  for (const auto& [path, map, text] : files) MakeDirectories(path);
+  EXPECT_EQ(KeyPass(), "");
+  EXPECT_FALSE(LogHas("E read sim switch first file failed :" + kFirst)) << "it is tried again";
+  for (const auto& [path, map, text] : files) EXPECT_TRUE(LogHas("E " + text + path)) << path;
+  Remove(flashback);
+  EXPECT_EQ(KeyPass("$flashback=kept"), "$flashback=kept");
+  Set("$flashback=kept");
+  EXPECT_EQ(KeyPass(), "");
 }

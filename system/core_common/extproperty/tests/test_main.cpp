@@ -1,24 +1,16 @@
 #include <clocale>
-#include <cstdio>
-#include <cstdlib>
 
+#include <android-base/logging.h>
 #include <gtest/gtest.h>
 
 #include "host/sandbox/private_root.h"
 
 int main(int argc, char** argv) {
   // As on the device; to be loaded before the private root hides the locale's files.
-  if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
-    fputs("these tests need the locale C.UTF-8\n", stderr);
-    return EXIT_FAILURE;
-  }
+  CHECK(setlocale(LC_CTYPE, "C.UTF-8") != nullptr) << "these tests need the locale C.UTF-8";
   testing::InitGoogleTest(&argc, argv);
-  if (!GTEST_FLAG_GET(list_tests)) {
-    const auto entered = sandbox::EnterPrivateRoot({});
-    if (!entered.ok()) {
-      fprintf(stderr, "these tests need a private root: %s\n", entered.error().message().c_str());
-      return EXIT_FAILURE;
-    }
-  }
+  if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+  const auto entered = sandbox::EnterPrivateRoot({});
+  CHECK(entered.ok()) << "these tests need a private root: " << entered.error().message();
   return RUN_ALL_TESTS();
 }
