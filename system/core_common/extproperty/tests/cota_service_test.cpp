@@ -50,13 +50,15 @@ class CotaServiceTest : public DeviceTest {
   }
 
   // A sanitizer starts a thread of its own together with the first one.
-  const long threads_ = (std::thread([] {}).join(), ThreadCount());
+  // A joined thread stays listed for a moment.
+  const long threads_ = (std::thread([] {}).join(), usleep(20000), ThreadCount());
 };
 
 TEST_F(CotaServiceTest, thread_gives_up_after_a_hundred_empty_polls) {
   g_polls = 0;
   Command("Check_mount");
   Command("check_mount");
+  EXPECT_TRUE(WaitFor([] { return g_polls >= 100; }));
   EXPECT_TRUE(ThreadEnds());
   EXPECT_EQ(g_polls, 100);
   EXPECT_EQ(TakeLog(),

@@ -76,7 +76,8 @@ bool BelongsToSandbox(const std::string& path) {
 
 std::string Text(const PropertyMap& map) {
   Strings entries;
-  for (const auto& [name, value] : map) entries.push_back(name + "=" + value);
+  for (const auto& [name, value] : map)
+    entries.push_back(android::base::Join(Strings{name, value}, "="));
   return Replaced(android::base::Join(entries, ' '), true);
 }
 
@@ -190,7 +191,7 @@ std::string DeviceTest::MountPoints() {
   for (std::string line; std::getline(mounts, line);) {
     const std::string point = Words(line)[4];
     // The last mount on a point is to be taken away first.
-    if (!BelongsToSandbox(point)) points = point + " " + points;
+    if (!BelongsToSandbox(point)) points.insert(0, point + " ");
   }
   return points;
 }

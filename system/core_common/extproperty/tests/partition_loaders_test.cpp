@@ -12,12 +12,14 @@ TEST_F(PartitionLoadersTest, later_partitions_override_the_callers_map_and_earli
   };
   EXPECT_EQ(load("a=1"), "a=1");
   std::string missing;
-  for (const std::string root :
+  for (const char* root :
        {"/odm", "$vendor/preload", "$vendor/tavlen", "$vendor/stock", "$vendor/product",
         "$vendor/region", "$vendor/carrier", "$vendor/bigball", "$vendor/company",
         "$vendor/engineering", "$vendor/manifest"}) {
-    missing += "W Couldn't load property file '" + root + "/build.prop': open() failed: No such " +
-               "file or directory | E partition property load failed:" + root + "/build.prop | ";
+    missing += std::string("W Couldn't load property file '") + root +
+               "/build.prop': open() failed: No such file or directory | E partition property load "
+               "failed:" +
+               root + "/build.prop | ";
   }
   EXPECT_EQ(TakeLog() + " | ", missing);
   WriteFiles(

@@ -111,18 +111,18 @@ TEST_F(SimSwitchKeyInfoTest, later_files_win_and_unreadable_ones_are_logged) {
   const std::string copies = "/data/system/customize/sim_switch/sim_switch_";
   const std::string flashback = "/mnt/vendor/vemrareserve/system/flag/flashback.cfg";
   const std::string files[][3] = {
-      {kConvert, "a=1", "sim switch convert property load failed:"},
-      {kSimAction, "a=2 b=2", "read ssv failed :"},
-      {kFirst, "b=3 c=3 $switch.first=A", "sim switch key property failed:"},
-      {kCurrent, "c=4 d=4 $switch.current=A", "sim switch key property failed:"},
-      {copies + "current_file", "d=5 e=5 $switch.current=C", "sim switch key property failed:"},
-      {"$ssv/sim_switch_common_prop_file", "e=6 f=6", "reboot count key property failed:"},
-      {copies + "first_file", "f=7 g=7 $switch.first=B", "sim switch key property failed:"},
-      {"$common", "g=8 h=8 persist.sys.channel.info=ch", "sim switch key property failed:"},
-      {"$ssv/force_connect_internet_prop_file", "h=9 i=9",
-       "force connect internet property failed:"},
-      {flashback, "i=10", "flash back property failed:"}};
-  for (const auto& [path, map, text] : files) WriteFiles(path + " " + map);
+      {kConvert, " a=1", "E sim switch convert property load failed:"},
+      {kSimAction, " a=2 b=2", "E read ssv failed :"},
+      {kFirst, " b=3 c=3 $switch.first=A", "E sim switch key property failed:"},
+      {kCurrent, " c=4 d=4 $switch.current=A", "E sim switch key property failed:"},
+      {copies + "current_file", " d=5 e=5 $switch.current=C", "E sim switch key property failed:"},
+      {"$ssv/sim_switch_common_prop_file", " e=6 f=6", "E reboot count key property failed:"},
+      {copies + "first_file", " f=7 g=7 $switch.first=B", "E sim switch key property failed:"},
+      {"$common", " g=8 h=8 persist.sys.channel.info=ch", "E sim switch key property failed:"},
+      {"$ssv/force_connect_internet_prop_file", " h=9 i=9",
+       "E force connect internet property failed:"},
+      {flashback, " i=10", "E flash back property failed:"}};
+  for (const auto& [path, map, text] : files) WriteFiles(path + map);
   EXPECT_EQ(KeyPass(),
             "a=2 b=3 c=4 d=5 e=6 f=7 g=8 h=9 i=10 persist.sys.channel.info=ch $switch.current=C "
             "$switch.first=B");
@@ -131,7 +131,7 @@ TEST_F(SimSwitchKeyInfoTest, later_files_win_and_unreadable_ones_are_logged) {
   for (const auto& [path, map, text] : files) MakeDirectories(path);
   EXPECT_EQ(KeyPass(), "");
   EXPECT_FALSE(LogHas("E read sim switch first file failed :" + kFirst)) << "it is tried again";
-  for (const auto& [path, map, text] : files) EXPECT_TRUE(LogHas("E " + text + path)) << path;
+  for (const auto& [path, map, text] : files) EXPECT_TRUE(LogHas(text + path)) << path;
   Remove(flashback);
   EXPECT_EQ(KeyPass("$flashback=kept"), "$flashback=kept");
   Set("$flashback=kept");
