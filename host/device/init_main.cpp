@@ -9,7 +9,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -33,11 +32,9 @@ void PassBytesUnchanged() {
 }
 
 Result<void> Boot(int argc, char** argv) {
-  CLI::App app("Boots the machine's own root.", "init");
-  extprop::BootOptions options;
-  extprop::AddBootOptions(&app, &options);
-  app.parse(argc, argv);
-  Result<extprop::BootPlan> plan = extprop::MakePlan(options);
+  Result<extprop::BootOptions> options = extprop::ParseBootOptions(argc, argv);
+  if (!options.ok()) return options.error();
+  Result<extprop::BootPlan> plan = extprop::MakePlan(*options);
   if (!plan.ok()) return plan.error();
   Result<extprop::Factory> factory = extprop::LoadLibrary(plan->library);
   if (!factory.ok()) return factory.error();

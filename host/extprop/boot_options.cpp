@@ -117,6 +117,18 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
   return tree;
 }
 
+Result<BootOptions> ParseBootOptions(int argc, char** argv) {
+  CLI::App app;
+  BootOptions options;
+  AddBootOptions(&app, &options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return Error() << error.what();
+  }
+  return options;
+}
+
 Result<BootPlan> MakePlan(const BootOptions& options) {
   std::error_code ignored;
   if (!std::filesystem::is_directory(options.tree, ignored)) {

@@ -32,6 +32,9 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options);
 // Tells which steps a boot takes and lists the loaders, for the end of a help text.
 std::string StepHelp();
 
+// Parses a command line that consists of these options alone. The error is the parser's message.
+android::base::Result<BootOptions> ParseBootOptions(int argc, char** argv);
+
 // Every error is the user's and says which input is wrong.
 android::base::Result<BootPlan> MakePlan(const BootOptions& options);
 

@@ -5,15 +5,12 @@
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "host/extprop/boot.h"
-#include "host/extprop/boot_options.h"
 #include "host/extprop/commands.h"
 #include "host/extprop/property_input.h"
 #include "host/extprop/render_html.h"
@@ -28,28 +25,6 @@ using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
-
-struct Options {
-  BootOptions boot;
-  std::string log = "info";
-  bool json = false;
-  std::string keep;
-  std::string save_props;
-  std::string html;
-};
-
-const std::map<std::string, Severity> kLevels = {{"verbose", Severity::kVerbose},
-                                                 {"info", Severity::kInfo},
-                                                 {"warning", Severity::kWarning},
-                                                 {"error", Severity::kError}};
-
-constexpr const char* kExamples = R"(
-Examples:
-  extprop boot image --props getprop.txt
-  extprop boot image --set persist.sys.vemra.operator.opta=AB --call persist --json
-  extprop boot image --post boot_mount --post boot_mount_bind_complete --log warning
-  extprop boot image --props getprop.txt --html boot.html
-  extprop boot image --keep next --save-props next.prop && extprop boot next --props next.prop)";
 
 bool IsInside(const std::string& path, const std::string& directory) {
   const std::string inner = fs::weakly_canonical(path).string() + "/";
@@ -73,9 +48,11 @@ void Print(const Options& options, const BootRecord& record) {
   if (options.json) {
     std::cout << JsonText(ToJson(record)) << '\n';
   } else if (options.html.empty()) {
-    RenderText(record, {kLevels.at(options.log), ColourWanted()}, std::cout);
+    RenderText(record, {options.log, ColourWanted()}, std::cout);
   }
 }
+
+}  // namespace
 
 int Boot(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
@@ -112,32 +89,6 @@ int Boot(const Options& options) {
     }
   }
   return ReportStep(kFailed, *record);
-}
-
-}  // namespace
-
-void AddBootCommand(CLI::App* app, std::function<int()>* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app->add_subcommand(
-      "boot", "Boot a device's files and show what the library did. They are never changed.");
-  AddBootOptions(command, &options->boot);
-  command->add_option("--log", options->log, "The lowest level to show; verbose adds file reads")
-      ->type_name("LEVEL")
-      ->check(CLI::IsMember(kLevels));
-  command->add_flag("--json", options->json, "Print the whole record as JSON");
-  command
-      ->add_option("--keep", options->keep, "Leave the resulting tree in a new or empty directory")
-      ->type_name("DIR");
-  command
-      ->add_option("--save-props", options->save_props,
-                   "Write the resulting persist. properties, to boot with the next time")
-      ->type_name("FILE");
-  command
-      ->add_option("--html", options->html,
-                   "Write one page for the browser, with every property's history, and no text")
-      ->type_name("FILE");
-  command->footer(StepHelp() + kExamples);
-  command->callback([options, chosen] { *chosen = [options] { return Boot(*options); }; });
 }
 
 }  // namespace extprop

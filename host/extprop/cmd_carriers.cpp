@@ -1,12 +1,9 @@
 #include <android-base/strings.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
-#include "host/extprop/boot_options.h"
 #include "host/extprop/carrier_keys.h"
 #include "host/extprop/commands.h"
 #include "host/extprop/compare.h"
@@ -18,16 +15,6 @@ namespace {
 
 using android::base::Result;
 using nlohmann::json;
-
-struct Options {
-  BootOptions boot;
-  bool json = false;
-};
-
-constexpr const char* kExamples = R"(
-Examples:
-  extprop carriers image --props getprop.txt
-  extprop carriers image --json | jq '.carriers[] | select(.kind == "first")')";
 
 struct Column {
   CarrierKey key;
@@ -70,6 +57,8 @@ void PrintText(const Column& column) {
   }
 }
 
+}  // namespace
+
 int Carriers(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
@@ -90,18 +79,6 @@ int Carriers(const Options& options) {
   if (options.json) std::cout << JsonText({{"carriers", carriers}}) << '\n';
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
   return ReportStep(kFailed, *by_default);
-}
-
-}  // namespace
-
-void AddCarriersCommand(CLI::App* app, std::function<int()>* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app->add_subcommand(
-      "carriers", "Boot with each carrier key and show what differs from the default.");
-  AddBootOptions(command, &options->boot);
-  command->add_flag("--json", options->json, "Print the carriers as JSON");
-  command->footer(StepHelp() + kExamples);
-  command->callback([options, chosen] { *chosen = [options] { return Carriers(*options); }; });
 }
 
 }  // namespace extprop

@@ -1,12 +1,9 @@
 #include <android-base/stringprintf.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
-#include "host/extprop/boot_options.h"
 #include "host/extprop/check.h"
 #include "host/extprop/commands.h"
 #include "host/extprop/render_text.h"
@@ -18,18 +15,6 @@ namespace {
 using android::base::Result;
 
 constexpr int kCouldNotRun = 2;
-
-constexpr const char* kExamples = R"(
-Exit status: 0 without an error, 1 with one, 2 where the check could not run.
-
-Examples:
-  extprop check image --props getprop.txt
-  extprop check image --set ro.boot.hw.sku=eea --json)";
-
-struct Options {
-  BootOptions boot;
-  bool json = false;
-};
 
 bool IsError(const Finding& finding) {
   return finding.kind->severity == std::string("error");
@@ -64,6 +49,8 @@ void PrintJson(const std::string& tree, const std::vector<Finding>& findings) {
   std::cout << JsonText({{"findings", list}}) << '\n';
 }
 
+}  // namespace
+
 int Check(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
@@ -74,24 +61,12 @@ int Check(const Options& options) {
   return std::any_of(findings->begin(), findings->end(), IsError) ? 1 : 0;
 }
 
-std::string KindHelp() {
+std::string FindingHelp() {
   std::string help = "Findings, as PATH:LINE: SEVERITY: MESSAGE [ID]:\n";
   for (const FindingKind& kind : FindingKinds()) {
     help += android::base::StringPrintf("  %-23s%-9s%s\n", kind.id, kind.severity, kind.help);
   }
   return help;
-}
-
-}  // namespace
-
-void AddCheckCommand(CLI::App* app, std::function<int()>* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app->add_subcommand("check", "Find what is wrong in a device's files, as a compiler would.");
-  AddBootOptions(command, &options->boot);
-  command->add_flag("--json", options->json, "Print the findings as JSON");
-  command->footer(KindHelp() + "\n" + StepHelp() + kExamples);
-  command->callback([options, chosen] { *chosen = [options] { return Check(*options); }; });
 }
 
 }  // namespace extprop

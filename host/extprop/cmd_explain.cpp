@@ -1,15 +1,12 @@
 #include <fnmatch.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <iomanip>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "host/extprop/boot.h"
-#include "host/extprop/boot_options.h"
 #include "host/extprop/commands.h"
 #include "host/extprop/history.h"
 #include "host/extprop/render_text.h"
@@ -20,18 +17,6 @@ namespace {
 
 using android::base::Result;
 using nlohmann::json;
-
-struct Options {
-  BootOptions boot;
-  std::string name;
-  bool json = false;
-};
-
-constexpr const char* kExamples = R"(
-Examples:
-  extprop explain ro.product.brand image --props getprop.txt
-  extprop explain 'ro.vemra.image.*' image --call partitions
-  extprop explain persist.sys.channel.info image --set persist.sys.911.shutdown=1 --json)";
 
 std::string HowHandedOver(const Setting& setting) {
   std::string mode = "mode " + std::to_string(setting.mode);
@@ -68,6 +53,8 @@ void Print(const std::string& name, const std::vector<Setting>& history) {
   }
 }
 
+}  // namespace
+
 int Explain(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
@@ -96,24 +83,6 @@ int Explain(const Options& options) {
   }
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
   return ReportStep(kFailed, *record);
-}
-
-}  // namespace
-
-void AddExplainCommand(CLI::App* app, std::function<int()>* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app->add_subcommand("explain", "Show every place that sets a property, and which one wins.");
-  command->add_option("NAME", options->name, "A property's name, or a glob such as 'ro.vemra.*'")
-      ->required()
-      ->type_name("");
-  options->boot.tree = ".";
-  AddBootOptions(command, &options->boot)
-      ->required(false)
-      ->description("The device's files; the working directory if left out");
-  command->add_flag("--json", options->json, "Print the settings as JSON");
-  command->footer(StepHelp() + kExamples);
-  command->callback([options, chosen] { *chosen = [options] { return Explain(*options); }; });
 }
 
 }  // namespace extprop
