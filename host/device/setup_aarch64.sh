@@ -2,38 +2,25 @@
 # Prepares what the AArch64 stages need:
 #   the cross compiler and the emulators, installed with apt (through sudo where not root);
 #   build/aarch64-sysroot, the device's libraries and headers, unpacked from Debian's arm64 packages.
-# With --kernel also what the emulated machine is made of: a kernel in the sysroot's boot/vmlinuz,
-# and the packages to build the tool for this machine.
+# With --kernel also the emulated machine and a kernel for it in the sysroot's boot/vmlinuz.
 #
 # The arm64 packages are fetched with an apt state of their own, so that neither the machine's list
 # of architectures nor its installed packages change.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+. scripts/setup.sh
 
-host_packages=(cmake ninja-build g++ g++-aarch64-linux-gnu qemu-user-static)
+host_packages=(g++-aarch64-linux-gnu qemu-user-static)
 device_packages=(
   android-libbase-dev android-liblog-dev android-libcutils-dev android-libselinux-dev
   libselinux1-dev libfmt-dev libgtest-dev libcli11-dev nlohmann-json3-dev
   libstdc++6 libc-bin)
 if [[ ${1:-} == --kernel ]]; then
-  host_packages+=(qemu-system-arm cpio "${device_packages[@]}")
+  host_packages+=(qemu-system-arm cpio)
 fi
 
 sysroot=$PWD/build/aarch64-sysroot
 apt=$PWD/build/aarch64-apt
-
-install_host_packages() {
-  local missing
-  mapfile -t missing < <(comm -23 <(printf '%s\n' "${host_packages[@]}" | sort) \
-    <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' | sed -n 's/^ii *//p' | sort -u))
-  if [[ ${#missing[@]} == 0 ]]; then return; fi
-  local as_root=()
-  if [[ $(id -u) != 0 ]]; then as_root=(sudo); fi
-  echo "installing: ${missing[*]}"
-  "${as_root[@]}" apt-get update -q
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -q -y --no-install-recommends "${missing[@]}"
-}
 
 # Makes apt-get see a machine that is arm64 and has nothing installed.
 enter_device_apt() {
@@ -62,10 +49,10 @@ unpack_libraries() {
   local stamp="$sysroot/packages" wanted="${device_packages[*]}"
   if [[ -f $stamp && $(< "$stamp") == "$wanted" ]]; then return; fi
   enter_device_apt
-  apt-get update -q
+  apt-get update -qq
   rm -rf "$sysroot" "$apt"/cache/archives/*.deb
   mkdir -p "$sysroot"
-  apt-get install -q -y --download-only "${device_packages[@]}"
+  apt-get install -qq -y --download-only "${device_packages[@]}" >/dev/null
   local package
   for package in "$apt"/cache/archives/*.deb; do dpkg -x "$package" "$sysroot"; done
   # An absolute link would leave the sysroot.
@@ -79,17 +66,17 @@ unpack_libraries() {
 unpack_kernel() {
   if [[ -f $sysroot/boot/vmlinuz ]]; then return; fi
   enter_device_apt
-  apt-get update -q
+  apt-get update -qq
   local name
   name=$(apt-cache depends linux-image-cloud-arm64 | awk '$1 == "Depends:" {print $2; exit}')
-  (cd "$apt/cache" && rm -f linux-image-*.deb && apt-get download -q "$name")
+  (cd "$apt/cache" && rm -f linux-image-*.deb && apt-get download -qq "$name")
   mkdir -p "$sysroot/boot"
   dpkg --fsys-tarfile "$apt"/cache/linux-image-*.deb |
     tar -x -C "$sysroot/boot" --strip-components=2 --wildcards './boot/vmlinuz-*'
   mv "$sysroot"/boot/vmlinuz-* "$sysroot/boot/vmlinuz"
 }
 
-install_host_packages
+install_packages "${host_packages[@]}"
 unpack_libraries
 if [[ ${1:-} == --kernel ]]; then unpack_kernel; fi
 echo "AArch64 set-up ready: $sysroot"

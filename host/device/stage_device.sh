@@ -3,6 +3,7 @@
 # compares what it prints with what the tool prints for the same tree on this machine.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+. scripts/setup.sh
 
 tree=examples/device/root
 boot=(--props examples/device/device.prop
@@ -11,11 +12,6 @@ boot=(--props examples/device/device.prop
 sysroot=$PWD/build/aarch64-sysroot
 out=$PWD/build/aarch64/device
 root=$out/root
-
-build() {
-  cmake --preset "$1"
-  cmake --build --preset "$1" --parallel "$(nproc)" --target extproperty "$2"
-}
 
 # Prints the files that the dynamic loader would load for a program or library, itself included.
 libraries_of() {
@@ -56,8 +52,8 @@ fail() {
 }
 
 host/device/setup_aarch64.sh --kernel
-build release extprop
-build aarch64 device_init
+build_preset release extproperty extprop
+build_preset aarch64 extproperty device_init
 
 # Ordinary users cannot give files to the system user, which the device's init does.
 as_root=()

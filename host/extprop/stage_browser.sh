@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/setup.sh
 
-install_packages "${build_packages[@]}" chromium fonts-dejavu-core
+install_packages chromium fonts-dejavu-core
 build_preset release extprop extproperty
 
 out=build/release/page

@@ -5,14 +5,12 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/setup.sh
 
-install_packages "${build_packages[@]}" dpkg-dev debootstrap mandoc
+install_packages dpkg-dev debootstrap mandoc
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
-build=build/package
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
-  -DEXTPROPERTY_TESTS=OFF >/dev/null
-cmake --build "$build" >/dev/null
+build=build/release
+build_preset release
 rm -f "$build"/*.deb
 (cd "$build" && cpack -G DEB >/dev/null)
 mandoc -T lint -W warning host/extprop/extprop.1

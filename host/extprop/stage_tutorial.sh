@@ -4,7 +4,6 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/setup.sh
 
-install_packages "${build_packages[@]}"
 build_preset release extprop extproperty
 
 said=$(sed -n '/^```console$/,/^```$/{/^```/!p}' docs/tutorial.md)

@@ -13,7 +13,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../../../.."
 . scripts/setup.sh
 
-install_packages "${build_packages[@]}" libbenchmark-dev strace
+install_packages libbenchmark-dev strace
 build_preset benchmark loader_calls
 trace=$(mktemp)
 strace -f -o "$trace" \

@@ -16,7 +16,7 @@ medians() {
     jq -r '.benchmarks[] | select(.aggregate_name == "median") | "\(.run_name) \(.cpu_time)"'
 }
 
-install_packages "${build_packages[@]}" libbenchmark-dev jq
+install_packages libbenchmark-dev jq
 build_preset benchmark property_file_parser_benchmark boot_benchmark load_benchmark extproperty
 
 {

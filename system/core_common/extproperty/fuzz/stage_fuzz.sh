@@ -14,23 +14,27 @@ exec 9<.
 
 targets=()
 for source in "$fuzz"/*_fuzzer.cpp; do targets+=("$(basename "$source" .cpp)"); done
-install_packages "${build_packages[@]}" clang libclang-rt-dev
+install_packages clang libclang-rt-dev
 build_preset fuzz "${targets[@]}"
 
-finds=0
-for target in "${targets[@]}"; do
-  mkdir -p build/fuzz/finds "build/fuzz/corpus/$target"
-  log=build/fuzz/$target.log
-  if "build/fuzz/$fuzz/$target" -max_total_time="$seconds" -timeout=10 -max_len=1000 \
+export seconds fuzz here
+mkdir -p build/fuzz/finds
+
+# Prints what came of it, and fails on a find.
+fuzz_target() {
+  local target=$1 log=build/fuzz/$1.log status=0
+  mkdir -p "build/fuzz/corpus/$target"
+  "build/fuzz/$fuzz/$target" -max_total_time="$seconds" -timeout=10 -max_len=1000 \
     -print_final_stats=1 -artifact_prefix="$here/build/fuzz/finds/$target-" \
-    "$here/build/fuzz/corpus/$target" "$here/$fuzz/corpus/$target" >"$log" 2>&1; then
-    result=clean
-  else
-    result="FOUND something, see $log"
-    finds=$((finds + 1))
-  fi
+    "$here/build/fuzz/corpus/$target" "$here/$fuzz/corpus/$target" >"$log" 2>&1 || status=$?
+  local result=clean executions kept
+  [ "$status" -eq 0 ] || result="FOUND something, see $log"
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
   kept=$(find "build/fuzz/corpus/$target" -type f | wc -l)
   echo "$target: $seconds s, ${executions:-0} executions, $kept inputs kept: $result"
-done
-[ "$finds" -eq 0 ]
+  return "$status"
+}
+export -f fuzz_target
+
+printf '%s\n' "${targets[@]}" |
+  xargs -P "$(nproc)" -I '{}' bash -c 'fuzz_target {}'

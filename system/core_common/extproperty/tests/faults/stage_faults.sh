@@ -2,7 +2,8 @@
 # Builds a preset (release, unless another is named) and fails every platform call once.
 set -euo pipefail
 cd "$(dirname "$0")/../../../../.."
+. scripts/setup.sh
+
 preset=${1:-release}
-[[ -f build/$preset/build.ninja ]] || cmake --preset "$preset"
-cmake --build "build/$preset" -j2 --target extproperty_faults
+build_preset "$preset" extproperty_faults
 "build/$preset/system/core_common/extproperty/tests/faults/extproperty_faults"
