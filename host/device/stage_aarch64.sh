@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 
 host/device/setup_aarch64.sh
 
-# What the user-mode emulator cannot do: it does not know open_tree, by which a tree is kept, and its
-# own second thread keeps a process from making a user namespace, which an ordinary user needs.
+# The tool runs on workstations. Its tests need what the user-mode emulator does not know: fsopen, by
+# which lines are tried out of the tree's sight, and open_tree, by which a tree is kept.
 not_emulated='^(BootTest|CheckTest|CommandTest|ExplainTest)[.]'
 run_native_tests aarch64 --timeout 120 --exclude-regex "$not_emulated"

@@ -40,7 +40,9 @@ bool Holds(const std::vector<std::string>& paths, const std::string& path) {
 LineFinder::LineFinder(android::init::IInitExtensionProperty* service)
     : service_(service), directory_fd_(MakeHiddenDirectory()) {
   // Where the library looks for a partition's properties.
-  file_.reset(openat(directory_fd_, "build.prop", O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (directory_fd_ >= 0) {
+    file_.reset(openat(directory_fd_, "build.prop", O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  }
   if (file_ < 0) throw std::system_error(errno, std::generic_category(), "cannot attribute lines");
   directory_ = "/proc/self/fd/" + std::to_string(directory_fd_.get());
 }
