@@ -29,11 +29,8 @@ bool IsTrue(const PropertyMap& map, const char* property) {
 void EnsureSsvDirectory() {
   if (access(kSsvDirectory, F_OK) == 0) return;
   LOG(INFO) << "there is no ssv dir";
-  if (createDirectory(kSsvDirectory) == 0) {
-    LOG(INFO) << "create ssv dir: " << kSsvDirectory;
-  } else {
-    PLOG(ERROR) << "Unable to create ssv dir " << kSsvDirectory;
-  }
+  // A failure shows in the log of the write that follows.
+  if (createDirectory(kSsvDirectory) == 0) LOG(INFO) << "create ssv dir: " << kSsvDirectory;
 }
 
 }  // namespace

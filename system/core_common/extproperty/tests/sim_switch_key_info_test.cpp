@@ -3,6 +3,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/watch/platform_calls.h"
+
+// Makes one call on a path fail, the first of its kind or a later one, while it lives.
+class FailingCall : public watch::Observer {
+ public:
+  FailingCall(watch::Call call, const std::string& path, int number)
+      : call_(call), path_(path), left_(number) {
+    watch::SetObserver(this);
+  }
+  ~FailingCall() override { watch::SetObserver(nullptr); }
+
+  watch::Verdict Before(const watch::PlatformCall& call) override {
+    const bool fails = call.call == call_ && call.path == path_ && --left_ == 0;
+    return {fails, EIO};
+  }
+
+ private:
+  const watch::Call call_;
+  const std::string path_;
+  int left_;
+};
+
 class SimSwitchKeyInfoTest : public DeviceTest {
  protected:
   // Returns what the key pass of one boot, on a legacy device, makes of a map, and keeps the keys.
@@ -74,8 +96,10 @@ TEST_F(SimSwitchKeyInfoTest, failed_writes_are_logged_and_retried_by_the_next_bo
                 "I sim_switch_first_file is exist!!!");
   Remove("/mnt/vendor/vemrareserve/system");
   Write("/mnt/vendor/vemrareserve/system", "in the way");
-  KeyPass();
-  EXPECT_TRUE(LogHas("E Unable to create ssv dir $ssv/: File exists"));
+  EXPECT_EQ(WithLog(KeyPass()),
+            "$flashback=invalid | I there is no ssv dir | I make dir: "
+            "/mnt/vendor/vemrareserve/system/ | E Unable to write sim_action_first_file open() "
+            "failed: Not a directory");
 }
 
 TEST_F(SimSwitchKeyInfoTest, legacy_keys_come_from_the_nv_and_the_sim_action_file) {
@@ -83,9 +107,13 @@ TEST_F(SimSwitchKeyInfoTest, legacy_keys_come_from_the_nv_and_the_sim_action_fil
   Write(kSimAction, "ssv");
   EXPECT_EQ(KeyPass() + keys_, "$flashback=invalid $switch.first=SS///nv/ssv");
   EXPECT_TRUE(LogHas("I read ssv file"));
-  // It is a property file as well, but cannot mark the conversion as done.
+  // The NV key comes first.
+  WriteFiles("/odm/etc/nvmap.prop nv=N ssv=S");
   Remove(kFirst + " " + kConvert);
-  WriteFiles("/odm/etc/nvmap.prop nv=N | " + kSimAction + " $switch.convert=true");
+  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.first=N");
+  // The sim action file is a property file as well, but cannot mark the conversion as done.
+  Remove(kFirst + " " + kConvert);
+  WriteFiles(kSimAction + " $switch.convert=true");
   EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.convert=true $switch.first=N");
 }
 
@@ -104,6 +132,29 @@ TEST_F(SimSwitchKeyInfoTest, old_format_files_are_upgraded_once_with_their_text_
   EXPECT_EQ(WithLog(KeyPass()),
             "$flashback=invalid $switch.first=K | I sim_switch_first_file is exist!!! | I "
             "sim_switch_current_file is exist!!!");
+}
+
+TEST_F(SimSwitchKeyInfoTest, upgrade_that_fails_half_way_tells_where) {
+  for (const std::string name : {"first", "current"}) {
+    const std::string file = "$ssv/sim_switch_" + name + "_file";
+    const std::string exists = "I sim_switch_" + name + "_file is exist!!! | E ";
+    const std::string upgraded = "$flashback=invalid $switch." + name + "=K | " + exists +
+                                 "Convert tmp_" + name + "_key to SIM_SWITCH_" +
+                                 (name == "first" ? "FIRST" : "CURRENT") +
+                                 "_PROPERTY | E Unable to ";
+    const auto upgrade = [&](watch::Call call, int number) {
+      Remove(kFirst + " " + kCurrent);
+      Write(file, "K");
+      const FailingCall failing(call, Long(file), number);
+      return WithLog(KeyPass());
+    };
+    EXPECT_EQ(
+        upgrade(watch::Call::kOpen, 2),
+        "$flashback=invalid | " + exists + "read sim switch " + name + " file failed :" + file);
+    EXPECT_EQ(upgrade(watch::Call::kOpen, 3),
+              upgraded + "write sim_switch_" + name + "_fileopen() failed: Input/output error");
+    EXPECT_EQ(upgrade(watch::Call::kLchown, 1), upgraded + "chown file " + file);
+  }
 }
 
 TEST_F(SimSwitchKeyInfoTest, later_files_win_and_unreadable_ones_are_logged) {
