@@ -3,7 +3,6 @@
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -37,22 +36,13 @@ int RunChild(const std::function<Result<json>()>& work, int outcome_fd) {
   return android::base::WriteFully(outcome_fd, bytes.data(), bytes.size()) ? 0 : 1;
 }
 
-// Over files of another user, an ordinary user's overlay would be read-only.
-bool NeedsCopy(const std::string& tree) {
-  struct stat about;
-  return geteuid() != 0 && stat(tree.c_str(), &about) == 0 && about.st_uid != geteuid();
-}
-
 }  // namespace
 
 Result<json> RunInTree(const std::string& tree, const std::function<Result<json>()>& work) {
   unique_fd outcome_fd(memfd_create("outcome", MFD_CLOEXEC));
   if (outcome_fd < 0) return ErrnoError() << "cannot make room for the outcome";
-  sandbox::PrivateRootOptions options;
-  options.tree = tree;
-  options.copy = NeedsCopy(tree);
   Result<int> status =
-      sandbox::RunInPrivateRoot(options, [&] { return RunChild(work, outcome_fd.get()); });
+      sandbox::RunInPrivateRoot({tree}, [&] { return RunChild(work, outcome_fd.get()); });
   if (!status.ok()) return status.error();
 
   std::string bytes;
