@@ -2,7 +2,6 @@
 
 #include <android-base/file.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -19,13 +18,12 @@ struct Outcome {
 // Runs the tool through the shell, with `before` in front of it.
 inline Outcome RunTool(const std::string& arguments, const std::string& before = "") {
   TempTree scratch;
-  const std::string command = before + " " + EXTPROP + " " + arguments + " >'" + (scratch / "out") +
-                              "' 2>'" + (scratch / "err") + "'";
-  Outcome outcome;
-  const int status = system(command.c_str());
-  if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
-  android::base::ReadFileToString(scratch / "out", &outcome.out);
-  android::base::ReadFileToString(scratch / "err", &outcome.err);
+  const std::string out = scratch / "out", err = scratch / "err";
+  const std::string command = "{ " + before + " " EXTPROP " " + arguments + "; }";
+  const int status = system((command + " >" + out + " 2>" + err).c_str());
+  Outcome outcome = {WEXITSTATUS(status), "", ""};
+  android::base::ReadFileToString(out, &outcome.out);
+  android::base::ReadFileToString(err, &outcome.err);
   return outcome;
 }
 
@@ -36,4 +34,17 @@ inline nlohmann::json RunJson(const std::string& arguments, const std::string& b
   EXPECT_EQ(outcome.status, status) << arguments;
   EXPECT_EQ(outcome.err, "");
   return nlohmann::json::parse(outcome.out, nullptr, false);
+}
+
+inline bool Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+// Expects nothing but one line of error, which has `message`.
+inline void ExpectRefusal(const Outcome& outcome, int status, const std::string& message) {
+  EXPECT_EQ(outcome.status, status) << message;
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err.find("extprop: "), 0u) << outcome.err;
+  EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
+  EXPECT_TRUE(Has(outcome.err, message)) << outcome.err << " instead of " << message;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -16,15 +17,14 @@ class TempTree {
     if (mkdtemp(name) != nullptr) path_ = name;
   }
   ~TempTree() { std::filesystem::remove_all(path_); }
-  TempTree(const TempTree&) = delete;
-  TempTree& operator=(const TempTree&) = delete;
+  TempTree& operator=(TempTree&&) = delete;
 
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
   // Writes a file and makes the directories it is in.
   void Write(const std::string& name, const std::string& content) const {
-    std::filesystem::path file = *this / name;
+    const std::filesystem::path file = *this / name;
     std::filesystem::create_directories(file.parent_path());
     android::base::WriteStringToFile(content, file);
   }
@@ -43,11 +43,11 @@ inline std::map<std::string, std::string> Describe(const std::string& root) {
     std::string content;
     if (entry.is_symlink()) content = fs::read_symlink(entry.path());
     if (S_ISREG(about.st_mode)) android::base::ReadFileToString(entry.path(), &content);
-    char attributes[100];
-    snprintf(attributes, sizeof(attributes), "%o %u:%u %u:%lld.%09ld ", about.st_mode, about.st_uid,
-             about.st_gid, static_cast<unsigned>(about.st_rdev),
-             static_cast<long long>(about.st_mtim.tv_sec), about.st_mtim.tv_nsec);
-    entries[entry.path().lexically_relative(root)] = attributes + content;
+    entries[entry.path().lexically_relative(root)] =
+        android::base::StringPrintf("%o %u:%u %lu %ld.%09ld ", about.st_mode, about.st_uid,
+                                    about.st_gid, about.st_rdev, about.st_mtim.tv_sec,
+                                    about.st_mtim.tv_nsec) +
+        content;
   }
   return entries;
 }
