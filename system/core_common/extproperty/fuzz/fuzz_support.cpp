@@ -1,9 +1,10 @@
 #include "fuzz/fuzz_support.h"
 
-#include <algorithm>
 #include <clocale>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
 
 #include <android-base/logging.h>
 #include <android-base/strings.h>
@@ -12,36 +13,23 @@
 
 namespace fuzz {
 
-std::vector<std::string> Cut(const uint8_t* data, size_t size, size_t count) {
-  auto pieces = android::base::Split(std::string(data, data + size), "|");
-  pieces.resize(count);
-  return pieces;
-}
-
 void Expect(bool holds, const char* what) {
   if (holds) return;
   fprintf(stderr, "does not hold: %s\n", what);
   abort();
 }
 
-std::optional<std::string> ModelExpand(const std::string& src) {
+std::optional<std::string> ModelExpand(std::string src) {
+  // Plain text, "$$" or a "$" at the end, and "${name:-default}".
+  static const std::regex item(R"(([^$]+)|\$(\$|$)|\$\{(?!:-)([^}]+?)(:-([^}]*))?\})");
   std::string out;
-  for (size_t i = 0; i < src.size(); ++i) {
-    if (src[i] != '$') {
-      out += src[i];
-    } else if (src[++i] == '$') {
-      out += '$';
-    } else if (i < src.size()) {
-      const size_t end = src.find('}', i);
-      if (src[i] != '{' || end == std::string::npos) return std::nullopt;
-      const std::string inside = src.substr(i + 1, end - i - 1);
-      const size_t cut = std::min(inside.find(":-"), inside.size());
-      std::string value = device::PropertyValue(inside.substr(0, cut));
-      if (value.empty() && cut < inside.size()) value = inside.substr(cut + 2);
-      if (cut == 0 || value.empty()) return std::nullopt;
-      out += value;
-      i = end;
-    }
+  for (std::smatch match; !src.empty(); src = match.suffix().str()) {
+    if (!std::regex_search(src, match, item, std::regex_constants::match_continuous)) return {};
+    const bool refers = match[3].matched;
+    std::string text = refers ? device::PropertyValue(match[3]) : match.str(1) + match.str(2);
+    if (text.empty()) text = match[5];
+    if (refers && text.empty()) return {};
+    out += text;
   }
   return out;
 }
@@ -53,5 +41,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzz::Expect(sandbox::EnterPrivateRoot({}).ok(), "the kernel allows a private root");
   android::base::SetMinimumLogSeverity(android::base::VERBOSE);
   android::base::SetLogger([](auto...) {});
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string input(data, data + size);
+  // The machine's files are no files of the device.
+  if (input.find("proc") != std::string::npos) return -1;
+  std::vector<std::string> pieces = android::base::Split(input, "|");
+  pieces.resize(6);
+  device::ClearProperties();
+  fuzz::Test(pieces);
   return 0;
 }

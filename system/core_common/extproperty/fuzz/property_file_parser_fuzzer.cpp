@@ -8,11 +8,9 @@
 #include <android-base/strings.h>
 
 #include "fuzz/fuzz_support.h"
-#include "utils/file_io.h"
 
 namespace {
 
-using android::base::StartsWith;
 using android::base::Trim;
 
 struct Model {
@@ -34,7 +32,7 @@ struct Model {
 
   void Line(const std::string& line, const std::string& filter) {
     const size_t equals = line.find('=');
-    if (filter.empty() && StartsWith(line, "import ")) {
+    if (filter.empty() && line.substr(0, 7) == "import ") {
       const std::string argument = Trim(line.substr(7));
       const size_t space = std::min(argument.find(' '), argument.size());
       const auto path = fuzz::ModelExpand(argument.substr(0, space));
@@ -42,7 +40,7 @@ struct Model {
     } else if (equals != std::string::npos && line[0] != '#') {
       const std::string name = Trim(line.substr(0, equals));
       const bool by_prefix = !filter.empty() && filter.back() == '*' &&
-                             StartsWith(name, filter.substr(0, filter.size() - 1));
+                             name.rfind(filter.substr(0, filter.size() - 1), 0) == 0;
       if (filter.empty() || by_prefix || name == filter) map[name] = Trim(line.substr(equals + 1));
     }
   }
@@ -51,14 +49,8 @@ struct Model {
 }  // namespace
 
 // Input: a filter and the files /a, /b, /c and /d, which may import each other.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::vector<std::string> pieces = fuzz::Cut(data, size, 5);
-  for (size_t i = 1; i < pieces.size(); ++i) {
-    // The machine's files are no files of the device.
-    if (pieces[i].find("proc") != std::string::npos) return -1;
-    const bool written = android::init::WriteFile({'/', "abcd"[i - 1]}, pieces[i]).ok();
-    fuzz::Expect(written, "the files can be written");
-  }
+void fuzz::Test(const std::vector<std::string>& pieces) {
+  for (size_t i = 1; i <= 4; ++i) std::ofstream(std::string("/") + "_abcd"[i]) << pieces[i];
   device::ApplyProperty("b", "/b");
   device::ApplyProperty("ro.c", "c");
   const char* filter = pieces[0].c_str();
@@ -66,6 +58,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   model.Load("/a", filter);
   android::init::PropertyMap map;
   const bool loaded = android::init::load_properties_from_file_without_se("/a", filter, &map);
-  fuzz::Expect(loaded && map == model.map, "the properties are the model's");
-  return 0;
+  Expect(loaded && map == model.map, "the properties are the model's");
 }

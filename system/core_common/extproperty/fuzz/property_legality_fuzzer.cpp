@@ -4,12 +4,11 @@
 #include "utils/property_file_parser.h"
 
 // Input: a name and a value.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::vector<std::string> pieces = fuzz::Cut(data, size, 2);
+void fuzz::Test(const std::vector<std::string>& pieces) {
   const std::string &name = pieces[0], &value = pieces[1];
   static const std::regex legal_name("[A-Za-z0-9:@_-]+(\\.[A-Za-z0-9:@_-]+)*");
-  fuzz::Expect(android::init::IsLegalPropertyName(name) == std::regex_match(name, legal_name),
-               "the name is legal where the model's is");
+  Expect(android::init::IsLegalPropertyName(name) == std::regex_match(name, legal_name),
+         "the name is legal where the model's is");
 
   // The C library takes what lies beyond the last code point as well.
   static const std::regex utf8(
@@ -20,6 +19,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!std::regex_match(value.c_str(), utf8)) expected = "Value is not a UTF8 encoded string";
   if (value.size() > 91 && name.substr(0, 3) != "ro.") expected = "Property value too long";
   const auto legal = android::init::IsLegalPropertyValue(name, value);
-  fuzz::Expect((legal.ok() ? "" : legal.error().message()) == expected, "the value is the model's");
-  return 0;
+  Expect((legal.ok() ? "" : legal.error().message()) == expected, "the value is the model's");
 }

@@ -1,15 +1,12 @@
 #include "tests/faults/sample_device.h"
 
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include <android-base/logging.h>
+#include <android-base/strings.h>
 
 #include "host/sandbox/private_root.h"
 
@@ -17,61 +14,55 @@ namespace fs = std::filesystem;
 
 void EnterTestRoot() {
   umask(0);
-  if (geteuid() != 0) {
-    fputs("gives files to other users: run as root\n", stderr);
-    exit(EXIT_FAILURE);
-  }
+  CHECK(geteuid() == 0) << "gives files to other users: run as root";
   const auto entered = sandbox::EnterPrivateRoot({});
-  if (!entered.ok()) {
-    fprintf(stderr, "needs a private root: %s\n", entered.error().message().c_str());
-    exit(EXIT_FAILURE);
-  }
+  CHECK(entered.ok()) << "needs a private root: " << entered.error().message();
   // Where the private roots of the child processes are put together.
   Device::MakeDirectories("/tmp");
   android::base::SetLogger([](auto...) {});
 }
 
-void WriteFiles(const std::map<std::string, std::string>& files) {
-  for (const auto& [path, content] : files) {
-    Device::Write(path, content);
-    if (!content.empty() && content.back() != '\n') continue;
-    std::string name = "sys.at" + path;
-    std::replace(name.begin(), name.end(), '/', '.');
-    std::ofstream(path, std::ios::app) << name << "=" << path << "\n";
+long Entries(const char* directory) {
+  return std::distance(fs::directory_iterator(directory), {});
+}
+
+void WriteFiles(const std::string& files) {
+  for (std::vector<std::string> lines : Table(files)) {
+    const std::string path = lines[0];
+    const bool is_key = lines.size() == 2 && lines[1].find('=') == std::string::npos;
+    const std::string name = "sys.at" + android::base::StringReplace(path, "/", ".", true);
+    lines.erase(lines.begin());
+    if (!is_key) lines.push_back(name + "=" + path + "\n");
+    Device::Write(path, android::base::Join(lines, "\n"));
   }
 }
 
 void WritePartitions() {
   for (const std::string root : {"/odm", "/mnt/vendor/my_product", "/mnt/vendor/my_manifest",
                                  "/my_company", "/data/cota/image", "/data/cota/module"}) {
-    WriteFiles({{root + "/build.prop", ""},
-                {root + "/etc/build.nvtarget.prop", ""},
-                {root + "/etc/build.ab-cd.prop", ""},
-                {root + "/properties/northcell/SimSwitchCurrentTime/a.prop", ""},
-                {root + "/properties/westtel/SimSwitchFirstTime/a.prop", ""},
-                {root + "/properties/westtel/SimSwitchFirstTime/b.prop", ""},
-                {root + "/properties/shop/switchCarrierChannel/a.prop", ""}});
+    WriteFiles(android::base::StringReplace(
+        "@/build.prop @/etc/build.nvtarget.prop @/etc/build.ab-cd.prop "
+        "@/properties/northcell/SimSwitchCurrentTime/a.prop "
+        "@/properties/westtel/SimSwitchFirstTime/a.prop "
+        "@/properties/westtel/SimSwitchFirstTime/b.prop "
+        "@/properties/shop/switchCarrierChannel/a.prop",
+        "@", root, true));
   }
-  for (const std::string root : {"/odm", "/mnt/vendor/my_manifest"}) {
-    WriteFiles({{root + "/etc/flags.prop", "EUQ10007=nvtarget"},
-                {root + "/etc/nvmap.prop", "EUQ10007=westtel"}});
-  }
-  WriteFiles({{"/odm/etc/imported.prop", ""},
-              {"/mnt/vendor/my_product/build.prop", "import /odm/etc/imported.prop\n"},
-              {"/mnt/vendor/vemrareserve/radio/exp_operator_switch.config", "EUQ10007;rev=2"},
-              {"/dev/block/platform/bootdevice/by-name/reserve_exp1", "EUQ10007;rev=2"}});
+  WriteFiles(
+      "$nv_config,EUQ10007;rev2 /dev/block/platform/bootdevice/by-name/reserve_exp1,EUQ10007;rev2 "
+      "/odm/etc/flags.prop,EUQ10007=nvtarget $vendor/manifest/etc/flags.prop,EUQ10007=nvtarget "
+      "/odm/etc/nvmap.prop,EUQ10007=westtel $vendor/manifest/etc/nvmap.prop,EUQ10007=westtel "
+      "/odm/etc/imported.prop");
+  Device::Write("/mnt/vendor/my_product/build.prop", "import /odm/etc/imported.prop\n");
 }
 
-void SetBootProperties(PropertyMap properties) {
-  properties.insert({{"persist.sys.911.shutdown", "1"},
-                     {"ro.build.display.id", "AB_1"},
-                     {"ro.none.clear.switch.first", "true"},
-                     {"ro.vemra.image.my_company.date", "D2"},
-                     {"ro.vemra.image.my_region.version_name", "R-7"},
-                     {"ro.vemra.internet.whether.force.connect", "1"},
-                     {"ro.vendor.vemra.version_suffix", "S"}});
+void SetBootProperties(const std::string& properties) {
   device::ClearProperties();
-  for (const auto& [name, value] : properties) device::ApplyProperty(name, value);
+  Device::Set(
+      "$shutdown=1 ro.build.display.id=AB_1 ro.none.clear.switch.first=true "
+      "$image.company.date=D2 $image.region.version_name=R-7 $may_connect=1 "
+      "ro.vendor.vemra.version_suffix=S " +
+      properties);
 }
 
 std::map<std::string, std::string> StateFiles() {
@@ -79,8 +70,9 @@ std::map<std::string, std::string> StateFiles() {
   for (const std::string root : {"/mnt/vendor/vemrareserve", "/data/system", "/mnt/cota"}) {
     if (!fs::exists(root)) continue;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-      const std::string content = entry.is_regular_file() ? " " + Device::Read(entry.path()) : "";
-      files[entry.path()] = Device::ModeAndOwner(entry.path()) + content;
+      const std::string path = entry.path();
+      files[path] = Device::Read(path);
+      files[path + "'s owner"] = Device::ModeAndOwner(path);
     }
   }
   return files;

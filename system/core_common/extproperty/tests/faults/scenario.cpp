@@ -2,166 +2,136 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-#include <mutex>
 #include <system_error>
-
-#include <android-base/stringprintf.h>
 
 #include "tests/faults/sample_device.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
-constexpr char kRequest[] = "sys.cota.bind.load.properties";
-constexpr char kImageInfo[] = "sys.cotaimg.verify=1\nsys.cota.load.properties=/data/cota/image\n";
+constexpr char kImageInfo[] = "$verify=1,$root=/data/cota/image";
+constexpr char kModuleInfo[] =
+    "mount_point=/data/cota/module,module_type=configure,bind_point=/my_module";
 
-std::mutex g_lock;
 std::string g_step;
 std::vector<std::string> g_notes;
 
-void BeginStep(const std::string& step) {
-  std::lock_guard<std::mutex> guard(g_lock);
-  g_step = step;
-}
+// Notes in the end what is in the state files, and deletes them.
+struct Boot {
+  Service& Step(const std::string& name) {
+    g_step = name;
+    return service;
+  }
+  ~Boot() {
+    for (const auto& [path, about] : StateFiles()) Note("file " + path + " " + about);
+    Device::Remove("/mnt/vendor/vemrareserve/system /data/system/customize");
+  }
+
+  Service service;
+};
 
 void Apply(int mode, PropertyMap map) {
   Note("hand-over " + std::to_string(mode));
   for (const auto& [name, value] : map) {
     device::ApplyProperty(name, value);
-    Note(android::base::StringPrintf("%d %s=%s", mode, name.c_str(), value.c_str()));
+    Note(std::to_string(mode) + " " + name + "=" + value);
   }
-}
-
-void EndBoot() {
-  for (const auto& [path, about] : StateFiles()) {
-    Note(android::base::StringPrintf("file %s %s", path.c_str(), about.c_str()));
-  }
-  fs::remove_all(kReserve);
-  fs::remove_all(kCustomize);
 }
 
 void ConvertLegacyKey(bool has_reserve) {
-  Service service;
-  SetBootProperties({{"ro.boot.vmcarrier", "unmapped"}});
-  WriteFiles({{kCustomize + "data_common_prop_file.prop", ""},
-              {kCustomize + "empty_appchannel_prop_file.prop", ""}});
-  if (has_reserve) {
-    WriteFiles({{kSsv + "sim_action_file", "ab-cd"}, {kSsv + "sim_switch_common_prop_file", ""}});
+  SetBootProperties("ro.boot.vmcarrier=unmapped");
+  WriteFiles("$common $channel");
+  if (has_reserve) WriteFiles("$ssv/sim_action_file,ab-cd $ssv/sim_switch_common_prop_file");
+  Boot boot;
+  Service& service = boot.Step(has_reserve ? "convert" : "convert without reserve");
+  service.loadPersistOverrideProperties(Apply);
+  service.loadPersistOverrideProperties(Apply);
+  if (Device::Exists("$ssv/sim_switch_convert_file") &&
+      Device::Read("$ssv/sim_switch_first_file") != "sys.sim.switch.first=westtel\n") {
+    Note("a key that was not kept counts as converted");
   }
-  BeginStep(has_reserve ? "convert" : "convert without reserve");
-  service.loadPersistOverrideProperties(Apply);
-  service.loadPersistOverrideProperties(Apply);
-  EndBoot();
 }
 
-void RunCommand(Service* service, const std::string& step, const std::string& command,
-                const std::string& mount_info) {
-  WriteFiles({{"/data/cota/cota_mount_info.prop", mount_info},
-              {"/data/cota/cota_module_info.prop",
-               "mount_point=/data/cota/module\nmodule_type=configure\nbind_point=/my_module\n"}});
-  BeginStep(step);
-  service->loadCotaServiceOverrideProperties(command, Apply);
+void RunCommand(Boot* boot, const std::string& step, const std::string& command,
+                const std::string& mount_info = kImageInfo) {
+  WriteFiles("$mount_info," + mount_info + " $module_info," + kModuleInfo);
+  boot->Step(step).loadCotaServiceOverrideProperties(command, Apply);
 }
 
-long Threads() {
-  return std::distance(fs::directory_iterator("/proc/self/task"), {});
-}
-
-void RunBindThread(Service* service) {
+void RunBindThread(Boot* boot) {
   // Posted first: the thread then need not sleep.
-  device::ApplyProperty(kRequest, "boot_mount");
+  Device::Set("$request=boot_mount");
   try {
-    RunCommand(service, "thread", "check_mount", kImageInfo);
+    RunCommand(boot, "image thread", "check_mount");
   } catch (const std::system_error&) {
     return;
   }
-  while (device::PropertyValue(kRequest) != "null") usleep(100);
-  const long threads = Threads();
-  device::ApplyProperty(kRequest, "boot_mount_bind_complete");
-  while (Threads() == threads) usleep(100);
+  while (device::PropertyValue(Long("$request")) != "null") usleep(100);
+  const long threads = Entries("/proc/self/task");
+  Device::Set("$request=boot_mount_bind_complete");
+  while (Entries("/proc/self/task") == threads) usleep(100);
 }
 
-void RunCotaLoaders(Service* service) {
-  device::ApplyProperty("sys.cotaimg.verify", "1");
-  device::ApplyProperty("sys.cota.load.properties", "/data/cota/image");
-  BeginStep("COTA");
-  service->loadCotaOverrideProperties(Apply);
-  BeginStep("media");
-  service->bindCustomizeMediaPath("/my_carrier/media");
-  RunCommand(service, "image", "mount_and_check_load", kImageInfo);
-  RunCommand(service, "module", "module_bind_single", kImageInfo);
-  RunCommand(service, "basic", "bind_basic_point", "module=/mnt/cota/module/inner\n");
-  RunCommand(service, "update", "update_cota_info", kImageInfo);
-  RunBindThread(service);
+void RunCotaLoaders(Boot* boot) {
+  Device::Set("$verify=1 $root=/data/cota/image");
+  boot->Step("COTA").loadCotaOverrideProperties(Apply);
+  boot->Step("media").bindCustomizeMediaPath("/my_carrier/media");
+  RunCommand(boot, "image", "mount_and_check_load");
+  RunCommand(boot, "module", "module_bind_single");
+  RunCommand(boot, "basic", "bind_basic_point", "module=/mnt/cota/module/inner");
+  RunCommand(boot, "image update", "update_cota_info");
+  RunBindThread(boot);
 }
 
 void RunEveryLoader() {
-  Service service;
-  SetBootProperties({{"persist.sys.recopy.preload.vminstalled", "none"},
-                     {"persist.sys.vemra.operator.opta", "AB"},
-                     {"persist.sys.vemra.operator.optb", "CD"},
-                     {"persist.sys.channel.info", "shop"},
-                     {"persist.sys.customize.media", "/my_carrier/media"},
-                     {"ro.sys.custommedia.sourcepath", "/data/cota/media"}});
-  const std::string copies = kCustomize + "sim_switch/sim_switch_";
-  WriteFiles({{kSsv + "sim_switch_first_file", "westtel"},
-              {kSsv + "sim_switch_current_file", "northcell"},
-              {kSsv + "sim_switch_convert_file", "sys.sim.switch.convert= true\n"},
-              {kSsv + "sim_switch_common_prop_file", ""},
-              {kSsv + "sim_action_file", ""},
-              {kSsv + "force_connect_internet_prop_file", "ro.vemra.internet.force.connect=1"},
-              {kReserve + "flag/flashback.cfg", ""},
-              {copies + "first_file", "sys.sim.switch.first=westtel\n"},
-              {copies + "current_file", "sys.sim.switch.current=northcell\n"},
-              {kCustomize + "data_common_prop_file.prop", "persist.sys.channel.info=shop\n"},
-              {kCustomize + "empty_appchannel_prop_file.prop", ""}});
-  BeginStep("partitions");
+  SetBootProperties(
+      "$recopy=none $opta=AB $optb=CD persist.sys.channel.info=shop "
+      "persist.sys.customize.media=/my_carrier/media "
+      "ro.sys.custommedia.sourcepath=/data/cota/media");
+  WriteFiles(
+      "$ssv/sim_switch_first_file,westtel $ssv/sim_switch_current_file,northcell "
+      "$ssv/sim_switch_convert_file,$switch.convert=true $ssv/sim_switch_common_prop_file "
+      "$ssv/sim_action_file $ssv/force_connect_internet_prop_file,$connect=1 "
+      "/mnt/vendor/vemrareserve/system/flag/flashback.cfg "
+      "/data/system/customize/sim_switch/sim_switch_first_file,$switch.first=westtel "
+      "/data/system/customize/sim_switch/sim_switch_current_file,$switch.current=northcell "
+      "$common,persist.sys.channel.info=shop $channel");
+  Boot boot;
   PropertyMap properties;
-  service.loadExtensionPartitionProperties(&properties);
+  boot.Step("partitions").loadExtensionPartitionProperties(&properties);
   Apply(0, properties);
-  BeginStep("replay");
-  service.loadPersistOverrideProperties(Apply);
-  BeginStep("SIM switch");
-  service.loadSimSwitchOverrideProperties(Apply);
+  boot.Step("replay").loadPersistOverrideProperties(Apply);
+  boot.Step("SIM switch").loadSimSwitchOverrideProperties(Apply);
   for (const std::string action : {"simSwitchCurrent", "simSwitchFirst", "updateDataCommonProp",
                                    "emptyAppchannelProp", "switchCarrierChannel"}) {
-    BeginStep(action);
-    service.loadSimSwitchOverrideProperties(action, Apply);
+    boot.Step(action).loadSimSwitchOverrideProperties(action, Apply);
   }
-  BeginStep("quasar");
-  service.loadQuasarOverrideProperties(Apply);
-  RunCotaLoaders(&service);
-  EndBoot();
+  boot.Step("quasar").loadQuasarOverrideProperties(Apply);
+  RunCotaLoaders(&boot);
 }
 
 }  // namespace
 
-std::vector<std::string> RunScenario() {
+std::vector<std::string> RunScenario(watch::Observer* observer) {
   WritePartitions();
-  WriteFiles({{"/my_company/etc/build.prop", ""},
-              {"/data/cota/image/build.prop",
-               "ro.vemra.image.my_bigball.date.utc=1\n"
-               "ro.vemra.image.my_bigball.version_name=V1-EU-B7\n"
-               "ro.sys.custommedia.sourcepath=/data/cota/media\n"}});
-  for (const char* path : {"/data/cota/media", "/data/cota/image/media", "/my_carrier/media",
-                           "/my_module", "/mnt/cota"}) {
-    Device::MakeDirectories(path);
-  }
+  WriteFiles(
+      "/my_company/etc/build.prop "
+      "/data/cota/image/build.prop,$image.bigball.date.utc=1,$image.bigball.version_name=V1-EU-B7,"
+      "ro.sys.custommedia.sourcepath=/data/cota/media");
+  Device::MakeDirectories(
+      "/data/cota/media /data/cota/image/media /my_carrier/media /my_module /mnt/cota");
   g_notes.clear();
+  watch::SetObserver(observer);
   ConvertLegacyKey(false);
   ConvertLegacyKey(true);
   RunEveryLoader();
+  watch::SetObserver(nullptr);
   return g_notes;
 }
 
 void Note(const std::string& text) {
-  std::lock_guard<std::mutex> guard(g_lock);
   g_notes.push_back("[" + g_step + "] " + text);
 }
 
 std::string CurrentStep() {
-  std::lock_guard<std::mutex> guard(g_lock);
   return g_step;
 }
