@@ -5,7 +5,8 @@
 
 #include "host/watch/platform_calls.h"
 
-// Makes one call on a path fail, the first of its kind or a later one, while it lives.
+// Makes one call fail while it lives: on a path, or on any descriptor, the first such or a later
+// one.
 class FailingCall : public watch::Observer {
  public:
   FailingCall(watch::Call call, const std::string& path, int number)
@@ -142,18 +143,21 @@ TEST_F(SimSwitchKeyInfoTest, upgrade_that_fails_half_way_tells_where) {
                                  "Convert tmp_" + name + "_key to SIM_SWITCH_" +
                                  (name == "first" ? "FIRST" : "CURRENT") +
                                  "_PROPERTY | E Unable to ";
-    const auto upgrade = [&](watch::Call call, int number) {
+    const auto upgrade = [&](watch::Call call, const std::string& path, int number) {
       Remove(kFirst + " " + kCurrent);
       Write(file, "K");
-      const FailingCall failing(call, Long(file), number);
+      const FailingCall failing(call, Long(path), number);
       return WithLog(KeyPass());
     };
-    EXPECT_EQ(
-        upgrade(watch::Call::kOpen, 2),
-        "$flashback=invalid | " + exists + "read sim switch " + name + " file failed :" + file);
-    EXPECT_EQ(upgrade(watch::Call::kOpen, 3),
+    const std::string unread =
+        "$flashback=invalid | " + exists + "read sim switch " + name + " file failed :" + file;
+    EXPECT_EQ(upgrade(watch::Call::kOpen, file, 2), unread);
+    // The end of the file is what cannot be read: what was read by then is no key.
+    EXPECT_EQ(upgrade(watch::Call::kRead, "", 6), unread);
+    EXPECT_EQ(upgrade(watch::Call::kOpen, file, 3),
               upgraded + "write sim_switch_" + name + "_fileopen() failed: Input/output error");
-    EXPECT_EQ(upgrade(watch::Call::kLchown, 1), upgraded + "chown file " + file);
+    EXPECT_EQ(State(file), "0666 1000:1000 K");
+    EXPECT_EQ(upgrade(watch::Call::kLchown, file, 1), upgraded + "chown file " + file);
   }
 }
 
