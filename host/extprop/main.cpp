@@ -140,8 +140,11 @@ int Run(int argc, char** argv) {
   app.require_subcommand(1);
   Options options;
   options.boot.tree = ".";
+  const Command* chosen = nullptr;
   for (const Command& command : kCommands) {
-    command.add_options(app.add_subcommand(command.name, command.description), &options);
+    CLI::App* subcommand = app.add_subcommand(command.name, command.description);
+    command.add_options(subcommand, &options);
+    subcommand->callback([&chosen, &command] { chosen = &command; });
   }
   try {
     app.parse(argc, argv);
@@ -150,10 +153,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return Fail(kBadInput, error.what());
   }
-  for (const Command& command : kCommands) {
-    if (app.got_subcommand(command.name)) return command.run(options);
-  }
-  return kBadInput;
+  return chosen->run(options);
 }
 
 }  // namespace
