@@ -2,11 +2,15 @@
 # Sourced by the commands at the top of the repository and the stages: packages, builds and test runs,
 # each in one place.
 
-build_packages=(
-  g++ cmake ninja-build
+library_packages=(
   android-libbase-dev android-liblog-dev android-libcutils-dev android-libselinux-dev
   libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libgtest-dev
 )
+build_packages=(g++ cmake ninja-build "${library_packages[@]}")
+
+# Stands before a command that only root may run.
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
 # Installs those of the named Debian packages that are missing; asks sudo where the caller is not root.
 install_packages() {
@@ -16,8 +20,6 @@ install_packages() {
       missing+=("$package")
   done
   [ "${#missing[@]}" -gt 0 ] || return 0
-  local as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
   local install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
     apt-get install -y -qq --no-install-recommends "${missing[@]}")
   echo "installing: ${missing[*]}" >&2

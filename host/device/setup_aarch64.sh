@@ -11,10 +11,7 @@ cd "$(dirname "$0")/../.."
 . scripts/setup.sh
 
 host_packages=(g++-aarch64-linux-gnu qemu-user-static)
-device_packages=(
-  android-libbase-dev android-liblog-dev android-libcutils-dev android-libselinux-dev
-  libselinux1-dev libfmt-dev libgtest-dev libcli11-dev nlohmann-json3-dev
-  libstdc++6 libc-bin)
+device_packages=("${library_packages[@]}" libstdc++6 libc-bin)
 if [[ ${1:-} == --kernel ]]; then
   host_packages+=(qemu-system-arm cpio)
 fi

@@ -56,8 +56,6 @@ build_preset release extproperty extprop
 build_preset aarch64 extproperty device_init
 
 # Ordinary users cannot give files to the system user, which the device's init does.
-as_root=()
-if [[ $(id -u) != 0 ]]; then as_root=(sudo); fi
 mkdir -p "$out"
 "${as_root[@]}" timeout 120 build/release/host/extprop/extprop boot "$tree" "${boot[@]}" \
   > "$out/expected.txt" || fail "the tool could not boot the sample device"

@@ -6,8 +6,6 @@ cd "$(dirname "$0")/../.."
 . scripts/setup.sh
 
 install_packages dpkg-dev debootstrap mandoc
-as_root=()
-[ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
 build=build/release
 build_preset release
