@@ -17,7 +17,6 @@ namespace android {
 namespace init {
 
 using android::base::ErrnoError;
-using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
 
@@ -46,20 +45,12 @@ void ReserveFileSize(const struct stat& st, std::string* content) {
 }  // namespace
 
 Result<std::string> ReadFile(const std::string& path) {
-  return ReadFileIf(path, [](const struct stat&) { return true; });
-}
-
-Result<std::string> ReadFileIf(const std::string& path,
-                               const std::function<bool(const struct stat&)>& admit) {
   unique_fd fd = OpenRetrying(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
   if (fd.get() == -1) return ErrnoError() << "open() failed";
 
   std::string content;
   struct stat st;
-  if (fstat(fd.get(), &st) == 0) {
-    if (!admit(st)) return Error() << "not admitted";
-    ReserveFileSize(st, &content);
-  }
+  if (fstat(fd.get(), &st) == 0) ReserveFileSize(st, &content);
   char chunk[kReadChunk];
   ssize_t count;
   while ((count = RetryOnEintr([&] { return read(fd.get(), chunk, sizeof(chunk)); })) > 0) {

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <stddef.h>
-#include <sys/stat.h>
 
-#include <functional>
 #include <string>
 
 #include <android-base/result.h>
@@ -23,11 +21,6 @@ constexpr size_t kMaxFileSize = size_t{128} << 20;
 // component. Fails with "open() failed" or "Unable to read file contents", the latter also (EFBIG)
 // for more than kMaxFileSize bytes.
 android::base::Result<std::string> ReadFile(const std::string& path);
-
-// As ReadFile, but asks `admit` about the open file before anything is read of it and fails with
-// "not admitted" where that returns false. The call itself costs nothing beyond ReadFile's own.
-android::base::Result<std::string> ReadFileIf(const std::string& path,
-                                              const std::function<bool(const struct stat&)>& admit);
 
 // Returns the first `limit` bytes of the file at `path`, or all of a shorter one, without reading
 // further. Otherwise as ReadFile.

@@ -1,10 +1,10 @@
 #include "utils/property_file_parser.h"
 
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <set>
 #include <string>
 #include <string_view>
@@ -14,6 +14,7 @@
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 
+#include "extproperty/property_file_observer.h"
 #include "utils/expand_props.h"
 #include "utils/file_io.h"
 
@@ -31,7 +32,8 @@ namespace {
 constexpr size_t kValueLimit = 92;
 
 constexpr std::string_view kImportPrefix = "import ";
-constexpr char kReadAlready[] = "import refused, the file is being read already: ";
+
+std::atomic<PropertyFileObserver*> current_observer{nullptr};
 
 bool IsSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
@@ -53,23 +55,6 @@ bool MatchesFilter(std::string_view name, std::string_view filter) {
   return name.substr(0, filter.size()) == filter;
 }
 
-// Later values win, so that a later line, import or file overrides an earlier one.
-void Merge(std::string_view name, std::string_view value, PropertyMap* properties) {
-  auto [entry, inserted] = properties->try_emplace(std::string(name), value);
-  if (inserted || entry->second == value) return;
-  // "'ro.'" is fixed text: the message is the same for every name.
-  LOG(WARNING) << "Overriding previous 'ro.' property '" << name << "':'" << entry->second
-               << "' with new value '" << value << "'";
-  entry->second.assign(value.data(), value.size());
-}
-
-// Not the paths but the files are compared, as partitions are reachable under several paths.
-struct FileBeingRead {
-  std::string path;
-  dev_t dev = 0;
-  ino_t ino = 0;  // 0, which no file has, where the system did not tell.
-};
-
 // One outermost call: the files it is inside of, and what bounds it.
 class PropertyFileLoad {
  public:
@@ -78,44 +63,40 @@ class PropertyFileLoad {
   bool Load(const std::string& filename, std::string_view filter);
 
  private:
+  using Outcome = PropertyLineOutcome;
+
   void ParseContent(std::string_view content, std::string_view filter);
   void ParseLine(std::string_view line, std::string_view filter);
+  void Merge(std::string_view name, std::string_view value);
   void Import(std::string_view argument);
-  bool RefuseUnseen(const std::string& path);
-  void Refuse(const std::string& path, const char* reason);
-  template <typename Same>
-  bool IsBeingRead(Same same) const;
+  const char* ReasonToRefuse(const std::string& path, std::string_view filter) const;
+  void Tell(Outcome outcome, std::string_view name = {}, std::string_view value = {},
+            std::string_view replaced = {});
 
   PropertyMap* const properties_;
-  std::vector<FileBeingRead> being_read_;  // The outermost file first.
+  PropertyFileObserver* const observer_ = current_observer.load(std::memory_order_acquire);
+  PropertyLine line_;  // The observer's view of the line at hand.
+  // The files whose imports are followed at the moment, the outermost first. A file that is read
+  // with a filter follows none.
+  std::vector<std::string> chain_;
   size_t files_entered_ = 0;
   std::set<std::string> refused_;
 };
 
 bool PropertyFileLoad::Load(const std::string& filename, std::string_view filter) {
   android::base::Timer timer;
-  FileBeingRead file = {filename};
-  bool refused = false;
-  Result<std::string> content = ReadFileIf(filename, [&](const struct stat& st) {
-    file.dev = st.st_dev;
-    file.ino = st.st_ino;
-    refused = IsBeingRead([&](const auto& other) {
-      return other.ino != 0 && other.dev == file.dev && other.ino == file.ino;
-    });
-    return !refused;
-  });
-  if (refused) {
-    Refuse(filename, kReadAlready);
-    return true;
-  }
   ++files_entered_;
+  if (observer_ != nullptr) observer_->EnterFile(filename, filter, properties_);
+  const Result<std::string> content = ReadFile(filename);
   if (!content.ok()) {
+    if (observer_ != nullptr) observer_->LeaveFile(content.error().message());
     LOG(WARNING) << "Couldn't load property file '" << filename << "': " << content.error();
     return false;
   }
-  being_read_.push_back(std::move(file));
+  chain_.push_back(filename);
   ParseContent(*content, filter);
-  being_read_.pop_back();
+  chain_.pop_back();
+  if (observer_ != nullptr) observer_->LeaveFile({});
   LOG(VERBOSE) << "(Loading properties from " << filename << " took " << timer << ".)";
   return true;
 }
@@ -123,10 +104,14 @@ bool PropertyFileLoad::Load(const std::string& filename, std::string_view filter
 void PropertyFileLoad::ParseContent(std::string_view content, std::string_view filter) {
   // A NUL byte ends the text of its line. Hardly any file holds one, so it is looked for only once.
   const bool has_nul = content.find('\0') != std::string_view::npos;
-  while (!content.empty()) {
+  for (size_t number = 1; !content.empty(); ++number) {
     const size_t line_feed = content.find('\n');
     std::string_view line = content.substr(0, line_feed);
     content.remove_prefix(line_feed == std::string_view::npos ? content.size() : line_feed + 1);
+    if (observer_ != nullptr) {
+      line_.number = number;
+      line_.text = line;
+    }
     if (has_nul) line = line.substr(0, line.find('\0'));
     ParseLine(line, filter);
   }
@@ -134,59 +119,77 @@ void PropertyFileLoad::ParseContent(std::string_view content, std::string_view f
 
 void PropertyFileLoad::ParseLine(std::string_view line, std::string_view filter) {
   line = TrimLeft(line);
-  if (line.empty() || line.front() == '#') return;
+  if (line.empty() || line.front() == '#') return Tell(Outcome::kBlank);
   line = TrimRight(line);
 
   if (filter.empty() && line.substr(0, kImportPrefix.size()) == kImportPrefix) {
-    Import(line.substr(kImportPrefix.size()));
-    return;
+    return Import(line.substr(kImportPrefix.size()));
   }
 
   const size_t equals = line.find('=');
-  if (equals == std::string_view::npos) return;
+  if (equals == std::string_view::npos) return Tell(Outcome::kNoProperty);
   const std::string_view name = TrimRight(line.substr(0, equals));
-  if (!filter.empty() && !MatchesFilter(name, filter)) return;
-  Merge(name, TrimLeft(line.substr(equals + 1)), properties_);
+  const std::string_view value = TrimLeft(line.substr(equals + 1));
+  if (!filter.empty() && !MatchesFilter(name, filter)) {
+    return Tell(Outcome::kFiltered, name, value);
+  }
+  Merge(name, value);
+}
+
+// Later values win, so that a later line, import or file overrides an earlier one.
+void PropertyFileLoad::Merge(std::string_view name, std::string_view value) {
+  auto [entry, inserted] = properties_->try_emplace(std::string(name), value);
+  if (inserted) return Tell(Outcome::kSet, name, value);
+  if (entry->second == value) return Tell(Outcome::kSameAgain, name, value);
+  Tell(Outcome::kReplaced, name, value, entry->second);
+  // "'ro.'" is fixed text: the message is the same for every name.
+  LOG(WARNING) << "Overriding previous 'ro.' property '" << name << "':'" << entry->second
+               << "' with new value '" << value << "'";
+  entry->second.assign(value.data(), value.size());
 }
 
 void PropertyFileLoad::Import(std::string_view argument) {
   argument = TrimLeft(argument);
   const size_t space = argument.find(' ');
+  const std::string_view name = argument.substr(0, space);
   const std::string_view filter =
       space == std::string_view::npos ? std::string_view() : TrimLeft(argument.substr(space + 1));
 
-  Result<std::string> path = ExpandProps(std::string(argument.substr(0, space)));
+  const Result<std::string> path = ExpandProps(std::string(name));
   if (!path.ok()) {
+    Tell(Outcome::kImportNotExpandable, name, filter);
     LOG(ERROR) << "Could not expand filename ': " << path.error();
     return;
   }
-  const bool exhausted = files_entered_ >= kMaxFilesPerLoad;
-  if (exhausted && refused_.count(*path) != 0) return;
-  if (access(path->c_str(), F_OK) != 0 || RefuseUnseen(*path)) return;
+  if (access(path->c_str(), F_OK) != 0) return Tell(Outcome::kImportMissing, *path, filter);
+  if (const char* reason = ReasonToRefuse(*path, filter)) {
+    Tell(Outcome::kImportRefused, *path, filter);
+    if (refused_.insert(*path).second) LOG(ERROR) << reason << *path;
+    return;
+  }
+  Tell(Outcome::kImportFollowed, *path, filter);
   if (!Load(*path, filter)) LOG(ERROR) << "expand filename load failed : " << *path;
 }
 
-// Refuses what can be told without opening the file.
-bool PropertyFileLoad::RefuseUnseen(const std::string& path) {
-  if (IsBeingRead([&](const auto& file) { return file.path == path; })) {
-    Refuse(path, kReadAlready);
-  } else if (being_read_.size() >= kMaxImportDepth) {
-    Refuse(path, "import refused, nested too deep: ");
-  } else if (files_entered_ >= kMaxFilesPerLoad) {
-    Refuse(path, "import refused, too many files: ");
-  } else {
-    return false;
-  }
-  return true;
+// Returns the beginning of the message, null where the import is to be followed.
+const char* PropertyFileLoad::ReasonToRefuse(const std::string& path,
+                                             std::string_view filter) const {
+  if (files_entered_ >= kMaxFilesPerLoad) return "import refused, too many files: ";
+  if (chain_.size() >= kMaxImportDepth) return "import refused, nested too deep: ";
+  // With a filter the file is read but its imports are not followed: it closes no circle.
+  const bool circle =
+      filter.empty() && std::find(chain_.begin(), chain_.end(), path) != chain_.end();
+  return circle ? "import refused, the file is being read already: " : nullptr;
 }
 
-void PropertyFileLoad::Refuse(const std::string& path, const char* reason) {
-  if (refused_.insert(path).second) LOG(ERROR) << reason << path;
-}
-
-template <typename Same>
-bool PropertyFileLoad::IsBeingRead(Same same) const {
-  return std::any_of(being_read_.begin(), being_read_.end(), same);
+void PropertyFileLoad::Tell(Outcome outcome, std::string_view name, std::string_view value,
+                            std::string_view replaced) {
+  if (observer_ == nullptr) return;
+  line_.outcome = outcome;
+  line_.name = name;
+  line_.value = value;
+  line_.replaced = replaced;
+  observer_->ReadLine(line_);
 }
 
 bool IsLegalNameByte(char c) {
@@ -222,3 +225,7 @@ Result<void> IsLegalPropertyValue(const std::string& name, const std::string& va
 
 }  // namespace init
 }  // namespace android
+
+void KSSI_OBSERVE_PropertyFiles(android::init::PropertyFileObserver* observer) {
+  android::init::current_observer.store(observer, std::memory_order_release);
+}

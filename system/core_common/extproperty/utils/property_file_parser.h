@@ -13,12 +13,12 @@
 namespace android {
 namespace init {
 
-// A file that is being read is not entered again by an import below it, and one outermost call
-// enters files at most kMaxImportDepth deep (itself included) and kMaxFilesPerLoad in all. An
-// import that these bounds refuse is logged at ERROR with its path, once per outermost call, and
-// skipped; everything else is loaded.
-constexpr size_t kMaxImportDepth = 32;
-constexpr size_t kMaxFilesPerLoad = 1024;
+// An import without a filter does not enter a file by the path that it is being read by already,
+// and one outermost call enters files at most kMaxImportDepth deep (itself included) and
+// kMaxFilesPerLoad in all. An import that is refused for that is logged at ERROR with its path,
+// once per outermost call, and skipped; everything else is loaded.
+constexpr size_t kMaxImportDepth = 128;
+constexpr size_t kMaxFilesPerLoad = 4096;
 
 // Adds the properties of the file `filename` to `properties`, following its imports. A name that
 // the map holds with another value gets the new value, with a warning: later lines, imports and
