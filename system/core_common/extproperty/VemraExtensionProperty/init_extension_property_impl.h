@@ -1,5 +1,10 @@
 #pragma once
 
+#ifndef __cpp_exceptions
+#error \
+    "Two standard errors pass through the loaders: without exceptions the service lock stays held."
+#endif
+
 #include <mutex>
 #include <string>
 
@@ -16,7 +21,8 @@ namespace init {
 // serialised by the object's own lock, and the COTA bind thread runs the COTA bind operations
 // without it.
 //
-// Each loader is in a file of its own, named for it.
+// carrier/ has the operations on carrier keys and their properties, boot/ the steps of the persist
+// loader and the loaders like it, cota/ those on the COTA overlay and the media path.
 class InitExtensionPropertyImpl : public IInitExtensionProperty {
  public:
   InitExtensionPropertyImpl() = default;
@@ -64,8 +70,7 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
   // Loads and hands over the property files of a COTA module bound at `path`.
   void loadCotaConfigureModuleProperties(std::string path, PropertyApplyCallback cb);
 
- protected:
-  // Empty means unknown.
+  // The state, in the order of the object's layout. Empty means unknown.
   std::string libName;
   std::string simSwitchFirstKey;
   std::string simSwitchCurrentKey;
@@ -87,7 +92,8 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
   // stands in for the carrier image, under that image's identity.
   PropertyMap handOverImageProperties(const std::string& root, bool as_carrier,
                                       PropertyApplyCallback cb);
-  // Binds the media path that the user chose again, over a newly bound image.
+  // Binds the customised media on the target that is set, if one is, unless the last such bind
+  // failed.
   void rebindCustomizeMediaPath();
   // Hands over the SIM-switch state: what is set already and what its files add.
   void runSimSwitchKeyPass(PropertyApplyCallback cb);

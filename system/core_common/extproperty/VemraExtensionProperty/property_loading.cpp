@@ -1,5 +1,6 @@
 #include "VemraExtensionProperty/property_loading.h"
 
+#include <errno.h>
 #include <unistd.h>
 
 #include <string>
@@ -21,6 +22,10 @@ FileLoad LoadPropertyFileIfPresent(const std::string& path, const char* failure_
                                    PropertyMap* map) {
   if (access(path.c_str(), F_OK) != 0) return FileLoad::kMissing;
   return LoadPropertyFile(path, failure_text, map) ? FileLoad::kLoaded : FileLoad::kFailed;
+}
+
+bool IsKnownToBeMissing(const char* path) {
+  return access(path, F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 const std::string* FindProperty(const PropertyMap& map, const char* name) {

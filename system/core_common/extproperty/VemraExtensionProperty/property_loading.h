@@ -18,6 +18,9 @@ enum class FileLoad { kMissing, kLoaded, kFailed };
 FileLoad LoadPropertyFileIfPresent(const std::string& path, const char* failure_text,
                                    PropertyMap* map);
 
+// Returns true where there is certainly nothing at `path`. False also where the system cannot tell.
+bool IsKnownToBeMissing(const char* path);
+
 // Returns the value of `name` in `map`, or null where the map does not hold it. The map owns the
 // value.
 const std::string* FindProperty(const PropertyMap& map, const char* name);

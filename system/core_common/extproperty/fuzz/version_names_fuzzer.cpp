@@ -3,8 +3,8 @@
 
 #include <android-base/strings.h>
 
-#include "VemraExtensionProperty/display_version_name.h"
-#include "VemraExtensionProperty/special_properties.h"
+#include "VemraExtensionProperty/boot/display_version_name.h"
+#include "VemraExtensionProperty/boot/special_properties.h"
 #include "fuzz/fuzz_support.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "tests/device_test.h"
 
-#include "VemraExtensionProperty/create_directory.h"
-#include "VemraExtensionProperty/nv_ssv_carrier_key.h"
+#include "VemraExtensionProperty/carrier/create_directory.h"
+#include "VemraExtensionProperty/carrier/nv_ssv_carrier_key.h"
 
 using namespace android::init;
 

@@ -2,8 +2,8 @@
 
 #include <sys/mount.h>
 
-#include "VemraExtensionProperty/channel_info_restore.h"
-#include "VemraExtensionProperty/forced_internet_connection.h"
+#include "VemraExtensionProperty/boot/channel_info_restore.h"
+#include "VemraExtensionProperty/boot/forced_internet_connection.h"
 
 constexpr auto kRestore = android::init::checkAndRestoreChannelInfo;
 constexpr auto kForce = android::init::forceInternetConnection;

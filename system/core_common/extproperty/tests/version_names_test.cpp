@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "VemraExtensionProperty/display_version_name.h"
-#include "VemraExtensionProperty/special_properties.h"
+#include "VemraExtensionProperty/boot/display_version_name.h"
+#include "VemraExtensionProperty/boot/special_properties.h"
 
 constexpr auto kDisplayName = android::init::loadCustomizeDisplayVersionName;
 constexpr auto kSpecial = android::init::loadSpecialProperties;

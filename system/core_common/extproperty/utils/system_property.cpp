@@ -13,8 +13,8 @@ std::string ReadSystemProperty(const char* name, const char* default_value) {
   return value;
 }
 
-bool IsSystemPropertyOne(const char* name) {
-  return ReadSystemProperty(name, "0") == "1";
+bool IsSystemPropertyOne(const char* name, const char* default_value) {
+  return ReadSystemProperty(name, default_value) == "1";
 }
 
 }  // namespace init

@@ -24,7 +24,9 @@ using PropertyMap = std::map<std::string, std::string>;
 using PropertyApplyCallback = void (*)(int mode, PropertyMap map);
 
 // The host calls by slot: the order of the declarations is the binding order of the virtual table,
-// the two destructors being slots 0 and 1. No operation reports failure; failures are logged.
+// the two destructors being slots 0 and 1. Failures are logged and reported to nobody. Only three
+// things leave an operation otherwise: the two errors that slot 12 names, and std::bad_alloc where
+// memory is exhausted. After any of them the object is good for further calls.
 class IInitExtensionProperty {
  public:
   virtual ~IInitExtensionProperty() = default;
@@ -79,7 +81,8 @@ class IInitExtensionProperty {
 }  // namespace android
 
 // Returns the process-wide service object, created on the first call, and stores `libName` as the
-// library's name. The object is never freed: the caller must not delete it. Safe to call from
-// several threads.
+// library's name. The object is never freed: the caller must not delete it. Threads that call at
+// once get the same object, created once, but the name is stored without a lock: they have to take
+// turns, as init does, which calls from one thread.
 extern "C" android::init::IInitExtensionProperty* KSSI_FETCH_IInitExtensionProperty(
     const char* libName);
