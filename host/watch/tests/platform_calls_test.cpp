@@ -13,7 +13,7 @@
 #include "host/sandbox/private_root.h"
 #include "host/sandbox/tests/temp_tree.h"
 #include "system/core_common/extproperty/VemraExtensionProperty/init_extension_property_impl.h"
-#include "system/core_common/extproperty/VemraExtensionProperty/nv_ssv_carrier_key.h"
+#include "system/core_common/extproperty/VemraExtensionProperty/carrier/nv_ssv_carrier_key.h"
 #include "system/core_common/extproperty/utils/cota_directory.h"
 #include "system/core_common/extproperty/utils/file_io.h"
 
