@@ -13,10 +13,10 @@
 #include <exception>
 #include <iostream>
 
-#include "host/extprop/boot.h"
-#include "host/extprop/boot_options.h"
-#include "host/extprop/library.h"
-#include "host/extprop/render_text.h"
+#include "host/extprop/boot/boot.h"
+#include "host/extprop/boot/boot_options.h"
+#include "host/extprop/boot/library.h"
+#include "host/extprop/render/render_text.h"
 
 namespace {
 

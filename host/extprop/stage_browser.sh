@@ -33,7 +33,7 @@ expect() {
 "$extprop" boot examples/device/root --props examples/device/device.prop \
   --call service=mount_and_check_load --html "$out/boot.html"
 page=file://$PWD/$out/boot.html
-! grep -qE '(src|href)=|url\(|@import|fetch\(' host/extprop/page/template.html ||
+! grep -qE '(src|href)=|url\(|@import|fetch\(' host/extprop/render/page/template.html ||
   { echo "page: asks for something outside itself" >&2; exit 1; }
 
 browse --dump-dom "$page" >"$out/plain.dom"

@@ -1,0 +1,154 @@
+#include "host/extprop/boot/boot.h"
+
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+
+#include "host/extprop/boot/in_tree.h"
+#include "host/extprop/boot/recorder.h"
+#include "host/platform/system_properties.h"
+#include "host/sandbox/tree_copy.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::unique_fd;
+using namespace std::chrono_literals;
+
+// Returns whether `condition` came true in time.
+template <typename Condition>
+bool WaitFor(std::chrono::milliseconds limit, Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(1ms);
+  }
+  return true;
+}
+
+bool Lives(pid_t thread) {
+  return thread != 0 && syscall(SYS_tgkill, getpid(), thread, 0) == 0;
+}
+
+bool IsRequest(const std::string& word) {
+  return word == "boot_mount" || word == "module_bind_single_boot" ||
+         word == "bind_basic_point_boot";
+}
+
+// A request is served when the thread says so; the last word ends the thread without a message; any
+// other word is only looked at.
+Result<void> Post(const std::string& word, Recorder* recorder) {
+  const size_t served = recorder->requests_served();
+  const pid_t thread = recorder->bind_thread();
+  if (!Lives(thread)) return Error() << "no bind thread is there to serve it";
+  device::ApplyProperty(kRequestProperty, word);
+  if (!IsRequest(word) && word != "boot_mount_bind_complete") {
+    std::this_thread::sleep_for(5ms);
+    return {};
+  }
+  const bool done = WaitFor(10s, [&] {
+    return !Lives(thread) || (IsRequest(word) && recorder->requests_served() > served);
+  });
+  if (!done) return Error() << "the bind thread has not served it within 10 seconds";
+  if (IsRequest(word) && recorder->requests_served() == served) {
+    return Error() << "the bind thread ended without serving it";
+  }
+  return {};
+}
+
+Result<void> Call(const PlannedStep& planned, android::init::IInitExtensionProperty* service,
+                  Recorder* recorder) {
+  const pid_t thread_before = recorder->bind_thread();
+  try {
+    planned.loader->call(service, planned.argument, Recorder::OnHandOver);
+  } catch (const std::exception& error) {
+    return Error() << "the library threw an exception, which ends init: " << error.what();
+  }
+  // What a new thread says first belongs to the command that started it.
+  const bool starts_thread =
+      std::string(planned.loader->name) == "service" && planned.argument == "check_mount";
+  if (starts_thread) WaitFor(1s, [&] { return recorder->bind_thread() != thread_before; });
+  return {};
+}
+
+Step Describe(const PlannedStep& planned) {
+  Step step;
+  step.post = planned.loader == nullptr;
+  step.name = step.post ? planned.argument : planned.loader->name;
+  if (!step.post) step.argument = planned.argument;
+  return step;
+}
+
+// Copies the root as it is under the mounts that the library and the sandbox made.
+Result<void> KeepTree(int keep_fd, bool had_proc) {
+  unique_fd root(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+  if (root < 0) return ErrnoError() << "cannot reach the resulting tree";
+  return sandbox::CopyTree(
+      root, keep_fd, had_proc ? std::vector<std::string>{} : std::vector<std::string>{"proc"});
+}
+
+void Lay(const LaidFile& file) {
+  if (file.how == LaidFile::How::kRemove) {
+    unlink(file.path.c_str());
+    return;
+  }
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(file.path).parent_path(), ignored);
+  const auto mode = file.how == LaidFile::How::kAppend ? std::ios::app : std::ios::trunc;
+  std::ofstream stream(file.path, std::ios::binary | mode);
+  stream << file.content << std::flush;
+  if (!stream) throw std::runtime_error("cannot write " + file.path + " in the private root");
+}
+
+}  // namespace
+
+BootRecord PlayHost(const BootPlan& plan, Factory factory) {
+  umask(0);  // init has none
+  Recorder* recorder = Recorder::Start(plan.properties);
+  android::init::IInitExtensionProperty* service = factory(kLibraryName);
+  if (plan.attribute) recorder->Attribute(service);
+  for (const PlannedStep& planned : plan.steps) {
+    recorder->BeginStep(Describe(planned));
+    Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
+                                                  : Call(planned, service, recorder);
+    if (!done.ok()) {
+      recorder->FailStep(done.error().message());
+      break;
+    }
+  }
+  return recorder->Finish();
+}
+
+Result<BootRecord> RunBoot(const BootPlan& plan) {
+  // Before the private root hides it.
+  Result<Factory> factory = LoadLibrary(plan.library);
+  if (!factory.ok()) return factory.error();
+  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
+  Result<nlohmann::json> record = RunInTree(plan.tree, [&]() -> Result<nlohmann::json> {
+    for (const LaidFile& file : plan.laid) Lay(file);
+    nlohmann::json played = ToJson(PlayHost(plan, *factory));
+    if (plan.keep_fd < 0) return played;
+    Result<void> kept = KeepTree(plan.keep_fd, had_proc);
+    if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
+    return played;
+  });
+  if (!record.ok()) return record.error();
+  return FromJson(*record);
+}
+
+}  // namespace extprop

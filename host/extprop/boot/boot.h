@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "host/extprop/boot/boot_record.h"
+#include "host/extprop/boot/library.h"
+#include "host/extprop/boot/loaders.h"
+
+namespace extprop {
+
+// One step to take: a call of `loader`, or a post of the word `argument` if `loader` is null.
+struct PlannedStep {
+  const Loader* loader = nullptr;
+  std::string argument;
+};
+
+// A file that the device has in place of its own, or has no more.
+struct LaidFile {
+  enum class How { kReplace, kAppend, kRemove };
+  std::string path;
+  std::string content;
+  How how = How::kReplace;
+};
+
+struct BootPlan {
+  std::string tree;     // the device's files; never changed
+  std::string library;  // the path of libextproperty.so; empty to find it
+  Properties properties;
+  std::vector<PlannedStep> steps;
+  std::vector<LaidFile> laid;  // over the tree, in the private root only
+  // Find the line of every value that a file gives (see history.h).
+  bool attribute = false;
+  // An empty directory that receives the resulting tree; not owned, -1 to leave it out.
+  int keep_fd = -1;
+};
+
+// Plays the host in a private root made from the plan's tree, in a child process, and returns what
+// happened. A step that could not be completed has its `error` set and is the last one. Fails if
+// the library cannot be loaded, the kernel refuses the private root, the child is ended by a
+// signal, or the resulting tree cannot be kept.
+android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
+
+// Plays the host in this very process and its root, whatever tree the plan names. Once per process.
+BootRecord PlayHost(const BootPlan& plan, Factory factory);
+
+}  // namespace extprop

@@ -1,0 +1,157 @@
+#include "host/extprop/boot/boot_options.h"
+
+#include <android-base/stringprintf.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <functional>
+
+#include "host/extprop/boot/property_input.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using Order = BootOptions::Order;
+
+// An option that may be repeated; its values keep their order among all such options.
+CLI::Option* AddRepeated(CLI::App* command, const std::string& name, const std::string& help,
+                         const char* value, const std::function<void(const std::string&)>& take) {
+  return command
+      ->add_option(
+          name,
+          [take](const CLI::results_t& values) {
+            take(values.back());
+            return true;
+          },
+          help)
+      ->type_name(value)
+      ->expected(1)
+      ->trigger_on_parse();
+}
+
+Result<PlannedStep> PlanCall(const std::string& text) {
+  const size_t equals = text.find('=');
+  const std::string name = text.substr(0, equals);
+  PlannedStep step;
+  step.loader = FindLoader(name, equals != std::string::npos);
+  if (step.loader != nullptr) {
+    if (equals != std::string::npos) step.argument = text.substr(equals + 1);
+    return step;
+  }
+  if (FindLoader(name, true) != nullptr) return Error() << "it needs an argument";
+  if (FindLoader(name, false) != nullptr) return Error() << "it takes no argument";
+  return Error() << "no such loader";
+}
+
+bool StartsThread(const PlannedStep& step) {
+  return step.loader == FindLoader("service", true) && step.argument == "check_mount";
+}
+
+Result<std::vector<PlannedStep>> PlanSteps(const BootOptions& options) {
+  std::vector<PlannedStep> steps;
+  bool default_order = true;
+  bool has_thread = false;
+  for (const auto& [order, text] : options.steps) {
+    if (order == Order::kPost) {
+      if (text.empty()) return Error() << "--post needs a word";
+      if (!has_thread) steps.push_back({FindLoader("service", true), "check_mount"});
+      has_thread = true;
+      steps.push_back({nullptr, text});
+      continue;
+    }
+    Result<PlannedStep> step = PlanCall(text);
+    if (!step.ok()) return Error() << "--call " << text << ": " << step.error();
+    if (step->loader->of_default_order) default_order = false;
+    if (StartsThread(*step)) has_thread = true;
+    steps.push_back(*step);
+  }
+  if (!default_order) return steps;
+  std::vector<PlannedStep> all;
+  for (const char* name : {"partitions", "persist", "cota"}) {
+    all.push_back({FindLoader(name, false), ""});
+  }
+  all.insert(all.end(), steps.begin(), steps.end());
+  return all;
+}
+
+}  // namespace
+
+std::string StepHelp() {
+  std::string help =
+      "The default order is partitions, persist, cota. Naming a loader other than service and "
+      "media\n"
+      "replaces it; those two and posts alone come after it. A post needs the bind thread, which "
+      "is\n"
+      "started first where no service=check_mount does it. LOADER is one of:\n";
+  for (const Loader& loader : Loaders()) {
+    std::string name = loader.name;
+    if (loader.argument != nullptr) name += std::string("=") + loader.argument;
+    help += android::base::StringPrintf("  %-18s%s\n", name.c_str(), loader.help);
+  }
+  return help;
+}
+
+CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
+  CLI::Option* tree =
+      command->add_option("DIR", options->tree, "The device's files: an extracted system image")
+          ->required()
+          ->type_name("");
+  AddRepeated(command, "--props", "Properties to boot with: a build.prop, or what getprop prints",
+              "FILE",
+              [options](const std::string& value) { options->property_files.push_back(value); });
+  AddRepeated(command, "--set", "One more property to boot with, after all files", "NAME=VALUE",
+              [options](const std::string& value) { options->assignments.push_back(value); });
+  AddRepeated(
+      command, "--call", "Call a loader", "LOADER[=ARGUMENT]",
+      [options](const std::string& value) { options->steps.emplace_back(Order::kCall, value); });
+  AddRepeated(
+      command, "--post", "Post a request to the bind thread, wait until it is served", "WORD",
+      [options](const std::string& value) { options->steps.emplace_back(Order::kPost, value); });
+  command->add_option("--library", options->library, "The libextproperty.so to load")
+      ->type_name("FILE");
+  return tree;
+}
+
+Result<BootOptions> ParseBootOptions(int argc, char** argv) {
+  CLI::App app;
+  BootOptions options;
+  AddBootOptions(&app, &options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return Error() << error.what();
+  }
+  return options;
+}
+
+Result<BootPlan> MakePlan(const BootOptions& options) {
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(options.tree, ignored)) {
+    return Error() << options.tree << ": not a directory";
+  }
+  if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
+    return ErrnoError() << "--library " << options.library;
+  }
+  BootPlan plan;
+  plan.tree = options.tree;
+  plan.library = options.library;
+  for (const std::string& file : options.property_files) {
+    Result<void> read = ReadProperties(file, &plan.properties);
+    if (!read.ok()) return read.error();
+  }
+  for (const std::string& assignment : options.assignments) {
+    Result<void> parsed = ParseAssignment(assignment, &plan.properties);
+    if (!parsed.ok()) return Error() << "--set " << assignment << ": " << parsed.error();
+  }
+  Result<std::vector<PlannedStep>> steps = PlanSteps(options);
+  if (!steps.ok()) return steps.error();
+  plan.steps = *steps;
+  return plan;
+}
+
+}  // namespace extprop

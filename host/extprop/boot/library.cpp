@@ -1,0 +1,35 @@
+#include "host/extprop/boot/library.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <android-base/file.h>
+
+namespace extprop {
+
+namespace {
+
+// Beside the executable, where it is installed, and in the build tree.
+constexpr const char* kPlaces[] = {".", EXTPROP_INSTALLED_LIBRARY_DIR, EXTPROP_BUILT_LIBRARY_DIR};
+
+std::string Find() {
+  const std::string own = android::base::GetExecutableDirectory();
+  for (const char* place : kPlaces) {
+    std::string path = own + "/" + place + "/" + kLibraryName;
+    if (access(path.c_str(), F_OK) == 0) return path;
+  }
+  return kLibraryName;
+}
+
+}  // namespace
+
+android::base::Result<Factory> LoadLibrary(const std::string& path) {
+  const std::string name = path.empty() ? Find() : path;
+  void* library = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();
+  void* symbol = dlsym(library, "KSSI_FETCH_IInitExtensionProperty");
+  if (symbol == nullptr) return android::base::Error() << name << " has no factory: " << dlerror();
+  return reinterpret_cast<Factory>(symbol);
+}
+
+}  // namespace extprop

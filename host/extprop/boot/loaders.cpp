@@ -1,0 +1,72 @@
+#include "host/extprop/boot/loaders.h"
+
+#include <utility>
+
+#include "host/extprop/boot/boot_record.h"
+
+namespace extprop {
+
+namespace {
+
+using android::init::PropertyMap;
+using Callback = android::init::PropertyApplyCallback;
+using Service = android::init::IInitExtensionProperty;
+
+void Partitions(Service* service, const std::string&, Callback callback) {
+  PropertyMap map;
+  service->loadExtensionPartitionProperties(&map);
+  callback(kFilledMap, std::move(map));
+}
+
+void Partition(Service* service, const std::string& root, Callback callback) {
+  PropertyMap map;
+  service->loadExtensionPartitionProperties(root, &map);
+  callback(kFilledMap, std::move(map));
+}
+
+}  // namespace
+
+const std::vector<Loader>& Loaders() {
+  static const std::vector<Loader> loaders = {
+      {"partitions", nullptr, true, "build properties of all partitions", Partitions},
+      {"partition", "ROOT", true, "those of one partition", Partition},
+      {"persist", nullptr, true, "the boot loader: carrier state, company update, specials",
+       [](Service* service, const std::string&, Callback callback) {
+         service->loadPersistOverrideProperties(callback);
+       }},
+      {"cota", nullptr, true, "properties of a verified COTA image",
+       [](Service* service, const std::string&, Callback callback) {
+         service->loadCotaOverrideProperties(callback);
+       }},
+      {"quasar", nullptr, true, "the special edition's properties",
+       [](Service* service, const std::string&, Callback callback) {
+         service->loadQuasarOverrideProperties(callback);
+       }},
+      {"simswitch", nullptr, true, "all carrier-dependent properties anew",
+       [](Service* service, const std::string&, Callback callback) {
+         service->loadSimSwitchOverrideProperties(callback);
+       }},
+      {"simswitch", "ACTION", true, "one kind of carrier change",
+       [](Service* service, const std::string& action, Callback callback) {
+         service->loadSimSwitchOverrideProperties(action, callback);
+       }},
+      {"service", "COMMAND", false, "a COTA service command; check_mount starts the bind thread",
+       [](Service* service, const std::string& command, Callback callback) {
+         service->loadCotaServiceOverrideProperties(command, callback);
+       }},
+      {"media", "PATH", false, "bind the customised media directory onto PATH",
+       [](Service* service, const std::string& path, Callback /*callback*/) {
+         service->bindCustomizeMediaPath(path.c_str());
+       }},
+  };
+  return loaders;
+}
+
+const Loader* FindLoader(const std::string& name, bool with_argument) {
+  for (const Loader& loader : Loaders()) {
+    if (name == loader.name && with_argument == (loader.argument != nullptr)) return &loader;
+  }
+  return nullptr;
+}
+
+}  // namespace extprop

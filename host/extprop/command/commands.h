@@ -1,0 +1,51 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/extprop/boot/boot_options.h"
+#include "host/extprop/boot/boot_record.h"
+
+namespace extprop {
+
+constexpr int kSuccess = 0;
+constexpr int kFailed = 1;    // the kernel, the system or the library refused
+constexpr int kBadInput = 2;  // the command line, or a file that it names
+
+// What the command line says, as it stands there.
+struct Options {
+  BootOptions boot;
+  bool json = false;
+
+  // Of boot.
+  Severity log = Severity::kInfo;
+  std::string keep;
+  std::string save_props;
+  std::string html;
+
+  std::string name;  // of explain: a property, or a glob
+
+  // Of diff, whose second boot differs by them from the first.
+  std::string tree_b;
+  std::vector<std::string> property_files_b;
+  std::vector<std::string> assignments_b;
+  std::string against;  // what a phone printed, instead of a second boot
+};
+
+// The commands. Each returns the exit status.
+int Boot(const Options& options);
+int Carriers(const Options& options);
+int Check(const Options& options);
+int Diff(const Options& options);
+int Explain(const Options& options);
+
+// Returns what tells the kinds of findings, for the end of check's help text.
+std::string FindingHelp();
+
+// Prints "extprop: MESSAGE" as one line on the standard error stream and returns `status`.
+int Fail(int status, const std::string& message);
+
+// Fails with `status` if a step ended the boot, and says which; else returns kSuccess.
+int ReportStep(int status, const BootRecord& record);
+
+}  // namespace extprop

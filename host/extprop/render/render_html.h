@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "host/extprop/boot/boot_record.h"
+
+namespace extprop {
+
+// page/template.html, in which one mark stands for the record.
+extern const char kPage[];
+
+// Returns a page that shows the boot of `tree`: its timeline, the resulting properties with the
+// place that decided each, and every property's history. It needs no other file. The record must
+// come from a plan that asks for attribution.
+std::string RenderHtml(const std::string& tree, const BootRecord& record);
+
+}  // namespace extprop
