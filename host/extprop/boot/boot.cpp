@@ -8,14 +8,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
 #include "host/extprop/boot/in_tree.h"
+#include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/pack.h"
 #include "host/extprop/boot/recorder.h"
 #include "host/platform/system_properties.h"
 #include "host/sandbox/tree_copy.h"
@@ -102,6 +105,35 @@ Result<void> KeepTree(int keep_fd, bool had_proc) {
       root, keep_fd, had_proc ? std::vector<std::string>{} : std::vector<std::string>{"proc"});
 }
 
+// Ends the child of a boot that takes too long, and says what it waits for.
+class Watchdog {
+ public:
+  Watchdog(std::chrono::seconds limit, Recorder* recorder)
+      : thread_([this, limit, recorder] { Watch(limit, recorder); }) {}
+  ~Watchdog() {
+    {
+      std::lock_guard<std::mutex> guard(lock_);
+      done_ = true;
+    }
+    condition_.notify_one();
+    thread_.join();
+  }
+
+ private:
+  void Watch(std::chrono::seconds limit, Recorder* recorder) {
+    std::unique_lock<std::mutex> guard(lock_);
+    if (condition_.wait_for(guard, limit, [this] { return done_; })) return;
+    const std::string file = recorder->WaitsFor();
+    EndChild("the boot has not ended after " + std::to_string(limit.count()) + " s" +
+             (file.empty() ? "" : "; it waits for " + file));
+  }
+
+  std::mutex lock_;
+  std::condition_variable condition_;
+  bool done_ = false;
+  std::thread thread_;
+};
+
 void Lay(const LaidFile& file) {
   if (file.how == LaidFile::How::kRemove) {
     unlink(file.path.c_str());
@@ -119,11 +151,18 @@ void Lay(const LaidFile& file) {
 
 BootRecord PlayHost(const BootPlan& plan, Factory factory) {
   umask(0);  // init has none
-  Recorder* recorder = Recorder::Start(plan.properties);
+  Recorder* recorder = Recorder::Start(plan.properties, FindLibraryFunctions(factory));
+  const Watchdog watchdog(plan.timeout, recorder);
   android::init::IInitExtensionProperty* service = factory(kLibraryName);
-  if (plan.attribute) recorder->Attribute(service);
+  if (plan.lines) recorder->WatchLines();
+  bool any_step = false;
   for (const PlannedStep& planned : plan.steps) {
+    // init loads them after the partitions, before anything else.
+    const bool stored_is_next = planned.loader == nullptr || !planned.loader->fills_map;
+    if (any_step && stored_is_next) recorder->LoadStored();
     recorder->BeginStep(Describe(planned));
+    if (stored_is_next) recorder->LoadStored();
+    any_step = true;
     Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
                                                   : Call(planned, service, recorder);
     if (!done.ok()) {
@@ -131,6 +170,7 @@ BootRecord PlayHost(const BootPlan& plan, Factory factory) {
       break;
     }
   }
+  if (any_step) recorder->LoadStored();
   return recorder->Finish();
 }
 
@@ -138,17 +178,20 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
   // Before the private root hides it.
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
+  if (plan.lines && FindLibraryFunctions(*factory).KSSI_OBSERVE_PropertyFiles == nullptr) {
+    return Error() << "this library does not tell the lines that it reads";
+  }
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
-  Result<nlohmann::json> record = RunInTree(plan.tree, [&]() -> Result<nlohmann::json> {
+  Result<std::string> record = RunInTree(plan.tree, [&]() -> Result<std::string> {
     for (const LaidFile& file : plan.laid) Lay(file);
-    nlohmann::json played = ToJson(PlayHost(plan, *factory));
+    std::string played = Pack(PlayHost(plan, *factory));
     if (plan.keep_fd < 0) return played;
     Result<void> kept = KeepTree(plan.keep_fd, had_proc);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
     return played;
   });
   if (!record.ok()) return record.error();
-  return FromJson(*record);
+  return Unpack<BootRecord>(*record);
 }
 
 }  // namespace extprop

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -31,16 +32,17 @@ struct BootPlan {
   Properties properties;
   std::vector<PlannedStep> steps;
   std::vector<LaidFile> laid;  // over the tree, in the private root only
-  // Find the line of every value that a file gives (see history.h).
-  bool attribute = false;
+  bool lines = false;          // record the lines of property files
+  std::chrono::seconds timeout = std::chrono::seconds(30);
   // An empty directory that receives the resulting tree; not owned, -1 to leave it out.
   int keep_fd = -1;
 };
 
 // Plays the host in a private root made from the plan's tree, in a child process, and returns what
 // happened. A step that could not be completed has its `error` set and is the last one. Fails if
-// the library cannot be loaded, the kernel refuses the private root, the child is ended by a
-// signal, or the resulting tree cannot be kept.
+// the library cannot be loaded or cannot tell the lines that the plan asks for, the kernel refuses
+// the private root, the child is ended by a signal, the boot takes longer than the plan allows (the
+// error names the file that it waits for), or the resulting tree cannot be kept.
 android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
 
 // Plays the host in this very process and its root, whatever tree the plan names. Once per process.

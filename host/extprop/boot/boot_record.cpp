@@ -1,8 +1,7 @@
 #include "host/extprop/boot/boot_record.h"
 
 #include <nlohmann/json.hpp>
-#include <stdexcept>
-#include <utility>
+#include <type_traits>
 
 namespace extprop {
 
@@ -21,59 +20,81 @@ NLOHMANN_JSON_SERIALIZE_ENUM(FileOp, {{FileOp::kRead, "read"},
                                       {FileOp::kChown, "chown"},
                                       {FileOp::kAccess, "access"},
                                       {FileOp::kList, "list"}})
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Entry, name, value, old)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HandOver, mode, entries)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogLine, severity, message, file, line)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, type, size, mode, uid, gid)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileEvent, op, path, error, existed, after)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MountEvent, source, target, flags, error)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertySet, name, value, old, refused)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertyLine, path, line, name, value, filtered)
 
 namespace {
 
 // The names of the variant's alternatives, in its order.
 constexpr const char* kEventNames[] = {"hand_over", "log", "file", "mount", "property_set", "line"};
 
-template <size_t kIndex = 0>
-void ReadEvent(const std::string& name, const json& from, Event* event) {
-  using What = decltype(event->what);
-  if constexpr (kIndex == std::variant_size_v<What>) {
-    throw std::invalid_argument("unknown event " + name);
-  } else if (name == kEventNames[kIndex]) {
-    event->what = from.get<std::variant_alternative_t<kIndex, What>>();
+const char* OutcomeName(LineOutcome outcome) {
+  constexpr const char* kNames[] = {"blank",    "no_property",   "filtered", "set",
+                                    "replaced", "same_again",    "followed", "missing",
+                                    "refused",  "not_expandable"};
+  return kNames[static_cast<size_t>(outcome)];
+}
+
+template <typename T>
+json Value(const T& value);
+
+template <typename T>
+json Fields(const T& value) {
+  json object = json::object();
+  std::apply(
+      [&](const auto&... field) { ((object[field.first] = Value(value.*field.second)), ...); },
+      FieldsOf(&value));
+  return object;
+}
+
+template <typename T>
+json List(const std::vector<T>& items) {
+  json list = json::array();
+  for (const T& item : items) list.push_back(Value(item));
+  return list;
+}
+
+json EventValue(const Event& event) {
+  json object = std::visit([](const auto& what) { return Fields(what); }, event.what);
+  object["event"] = kEventNames[event.what.index()];
+  object["thread"] = event.thread;
+  return object;
+}
+
+template <typename T>
+struct IsVector : std::false_type {};
+template <typename T>
+struct IsVector<std::vector<T>> : std::true_type {};
+
+template <typename T>
+json Value(const T& value) {
+  if constexpr (std::is_same_v<T, Event>) {
+    return EventValue(value);
+  } else if constexpr (std::is_same_v<T, LineOutcome>) {
+    return OutcomeName(value);
+  } else if constexpr (IsVector<T>::value) {
+    return List(value);
+  } else if constexpr (std::is_class_v<T> && !std::is_same_v<T, std::string> &&
+                       !std::is_same_v<T, Properties>) {
+    return Fields(value);
   } else {
-    ReadEvent<kIndex + 1>(name, from, event);
+    return value;
   }
 }
 
 }  // namespace
 
-static void to_json(json& to, const Event& event) {
-  std::visit([&to](const auto& what) { to = what; }, event.what);
-  to["event"] = kEventNames[event.what.index()];
-  to["thread"] = event.thread;
-}
-
-static void from_json(const json& from, Event& event) {
-  from.at("thread").get_to(event.thread);
-  ReadEvent(from.at("event").get<std::string>(), from, &event);
-}
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Step, post, name, argument, error, events)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileChange, change, path, after)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BootRecord, initial, steps, properties, files)
-
 json ToJson(const BootRecord& record) {
-  return record;
-}
-
-BootRecord FromJson(const json& from) {
-  return from.get<BootRecord>();
+  return Value(record);
 }
 
 std::string JsonText(const json& from) {
   return from.dump(2, ' ', false, json::error_handler_t::replace);
+}
+
+const PropertyFile& OutermostFile(const BootRecord& record, std::size_t file) {
+  while (record.property_files[file].importer != kNoImporter) {
+    file = record.property_files[file].importer;
+  }
+  return record.property_files[file];
 }
 
 }  // namespace extprop

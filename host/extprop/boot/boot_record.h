@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
+
+#include "extproperty/property_file_observer.h"
 
 // What one boot did, in order. Every command of the tool answers from this record, and `--json`
 // prints it; docs and other programs may rely on the names, which are those of the members.
@@ -21,10 +25,13 @@ struct Entry {
   std::string name;
   std::string value;
   std::string old;
+  std::string refused;  // why init does not set it; empty where it does
 };
 
-// The mode of a map that the host passed in to be filled, instead of a hand-over by callback.
+// The modes of maps that no callback carries: one that the host passed in to be filled, and what
+// the device has stored, which init loads after the partitions.
 constexpr int kFilledMap = -1;
+constexpr int kStoredProperties = -2;
 
 struct HandOver {
   int mode = kFilledMap;
@@ -74,14 +81,17 @@ struct PropertySet {
   bool refused = false;
 };
 
-// A line that sets a property, in a file that was read; in the order in which the lines took
-// effect, before the hand-over that could hold it. Only where the plan asks for attribution.
+using LineOutcome = android::init::PropertyLineOutcome;
+
+// A line of a property file, as it was read; in the order of reading. Only where the plan asks for
+// lines.
 struct PropertyLine {
-  std::string path;
-  unsigned line = 0;  // from 1; 0 where the value is the file's whole content
-  std::string name;
-  std::string value;
-  bool filtered = false;  // the filter of the import keeps it out
+  std::size_t file = 0;  // an index into the record's property files
+  unsigned line = 0;     // from 1
+  LineOutcome outcome = LineOutcome::kBlank;
+  std::string name;   // of a property; of an import the path
+  std::string value;  // of a property; of an import the filter
+  std::string text;   // as it stands in the file
 };
 
 struct Event {
@@ -104,19 +114,100 @@ struct FileChange {
   FileState after;
 };
 
+constexpr std::size_t kNoImporter = ~std::size_t{0};
+
+// One reading of a property file, in the order in which they began.
+struct PropertyFile {
+  std::string path;
+  std::string filter;                  // of the import that led to it
+  std::string error;                   // why it could not be read; empty where it could
+  std::size_t step = 0;                // an index into the record's steps
+  std::size_t importer = kNoImporter;  // an index into the same list; none for a loader's own file
+};
+
 struct BootRecord {
-  Properties initial;
+  Properties initial;          // what the device boots with, stored properties included
+  std::vector<Entry> refused;  // what was to be in `initial`, but init refuses
   std::vector<Step> steps;
+  std::vector<PropertyFile> property_files;
   Properties properties;  // at the end
   std::vector<FileChange> files;
 };
 
-nlohmann::json ToJson(const BootRecord& record);
+// The members of each type by name: what JSON shows and what goes between processes.
+constexpr auto FieldsOf(const Entry*) {
+  return std::make_tuple(std::pair("name", &Entry::name), std::pair("value", &Entry::value),
+                         std::pair("old", &Entry::old), std::pair("refused", &Entry::refused));
+}
+constexpr auto FieldsOf(const HandOver*) {
+  return std::make_tuple(std::pair("mode", &HandOver::mode),
+                         std::pair("entries", &HandOver::entries));
+}
+constexpr auto FieldsOf(const LogLine*) {
+  return std::make_tuple(std::pair("severity", &LogLine::severity),
+                         std::pair("message", &LogLine::message), std::pair("file", &LogLine::file),
+                         std::pair("line", &LogLine::line));
+}
+constexpr auto FieldsOf(const FileState*) {
+  return std::make_tuple(std::pair("type", &FileState::type), std::pair("size", &FileState::size),
+                         std::pair("mode", &FileState::mode), std::pair("uid", &FileState::uid),
+                         std::pair("gid", &FileState::gid));
+}
+constexpr auto FieldsOf(const FileEvent*) {
+  return std::make_tuple(std::pair("op", &FileEvent::op), std::pair("path", &FileEvent::path),
+                         std::pair("error", &FileEvent::error),
+                         std::pair("existed", &FileEvent::existed),
+                         std::pair("after", &FileEvent::after));
+}
+constexpr auto FieldsOf(const MountEvent*) {
+  return std::make_tuple(
+      std::pair("source", &MountEvent::source), std::pair("target", &MountEvent::target),
+      std::pair("flags", &MountEvent::flags), std::pair("error", &MountEvent::error));
+}
+constexpr auto FieldsOf(const PropertySet*) {
+  return std::make_tuple(
+      std::pair("name", &PropertySet::name), std::pair("value", &PropertySet::value),
+      std::pair("old", &PropertySet::old), std::pair("refused", &PropertySet::refused));
+}
+constexpr auto FieldsOf(const PropertyLine*) {
+  return std::make_tuple(
+      std::pair("file", &PropertyLine::file), std::pair("line", &PropertyLine::line),
+      std::pair("outcome", &PropertyLine::outcome), std::pair("name", &PropertyLine::name),
+      std::pair("value", &PropertyLine::value), std::pair("text", &PropertyLine::text));
+}
+constexpr auto FieldsOf(const Event*) {
+  return std::make_tuple(std::pair("thread", &Event::thread), std::pair("what", &Event::what));
+}
+constexpr auto FieldsOf(const Step*) {
+  return std::make_tuple(std::pair("post", &Step::post), std::pair("name", &Step::name),
+                         std::pair("argument", &Step::argument), std::pair("error", &Step::error),
+                         std::pair("events", &Step::events));
+}
+constexpr auto FieldsOf(const FileChange*) {
+  return std::make_tuple(std::pair("change", &FileChange::change),
+                         std::pair("path", &FileChange::path),
+                         std::pair("after", &FileChange::after));
+}
+constexpr auto FieldsOf(const PropertyFile*) {
+  return std::make_tuple(
+      std::pair("path", &PropertyFile::path), std::pair("filter", &PropertyFile::filter),
+      std::pair("error", &PropertyFile::error), std::pair("step", &PropertyFile::step),
+      std::pair("importer", &PropertyFile::importer));
+}
+constexpr auto FieldsOf(const BootRecord*) {
+  return std::make_tuple(
+      std::pair("initial", &BootRecord::initial), std::pair("refused", &BootRecord::refused),
+      std::pair("steps", &BootRecord::steps),
+      std::pair("property_files", &BootRecord::property_files),
+      std::pair("properties", &BootRecord::properties), std::pair("files", &BootRecord::files));
+}
 
-// Throws nlohmann::json::exception where `json` is not what ToJson returns.
-BootRecord FromJson(const nlohmann::json& json);
+nlohmann::json ToJson(const BootRecord& record);
 
 // Returns `json` as indented text; bytes that are not UTF-8 become U+FFFD.
 std::string JsonText(const nlohmann::json& json);
+
+// Returns the file that is read when no import led to it: the one at the head of `file`'s imports.
+const PropertyFile& OutermostFile(const BootRecord& record, std::size_t file);
 
 }  // namespace extprop

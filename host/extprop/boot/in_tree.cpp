@@ -5,9 +5,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <exception>
-#include <nlohmann/json.hpp>
+#include <mutex>
 
 #include "host/sandbox/private_root.h"
 
@@ -19,41 +18,56 @@ using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
-using nlohmann::json;
 
-json Outcome(const std::function<Result<json>()>& work) {
-  try {
-    Result<json> result = work();
-    if (result.ok()) return {{"result", *result}, {"error", ""}};
-    return {{"error", result.error().message()}};
-  } catch (const std::exception& error) {
-    return {{"error", error.what()}};
-  }
+// What stands before the outcome's text.
+constexpr char kDone = '+';
+constexpr char kFailed = '-';
+
+int outcome_fd = -1;  // the child's
+std::mutex outcome_lock;
+
+int Report(char mark, const std::string& text) {
+  std::lock_guard<std::mutex> guard(outcome_lock);
+  const bool written = android::base::WriteStringToFd(mark + text, outcome_fd);
+  if (mark == kFailed) _exit(written ? 0 : 1);
+  return written ? 0 : 1;
 }
 
-int RunChild(const std::function<Result<json>()>& work, int outcome_fd) {
-  const std::vector<std::uint8_t> bytes = json::to_cbor(Outcome(work));
-  return android::base::WriteFully(outcome_fd, bytes.data(), bytes.size()) ? 0 : 1;
+int RunChild(const std::function<Result<std::string>()>& work) {
+  try {
+    Result<std::string> result = work();
+    return result.ok() ? Report(kDone, *result) : Report(kFailed, result.error().message());
+  } catch (const std::exception& error) {
+    return Report(kFailed, error.what());
+  }
 }
 
 }  // namespace
 
-Result<json> RunInTree(const std::string& tree, const std::function<Result<json>()>& work) {
-  unique_fd outcome_fd(memfd_create("outcome", MFD_CLOEXEC));
-  if (outcome_fd < 0) return ErrnoError() << "cannot make room for the outcome";
-  Result<int> status =
-      sandbox::RunInPrivateRoot({tree}, [&] { return RunChild(work, outcome_fd.get()); });
+Result<std::string> RunInTree(const std::string& tree,
+                              const std::function<Result<std::string>()>& work) {
+  unique_fd outcome(memfd_create("outcome", MFD_CLOEXEC));
+  if (outcome < 0) return ErrnoError() << "cannot make room for the outcome";
+  Result<int> status = sandbox::RunInPrivateRoot({tree}, [&] {
+    outcome_fd = outcome.get();
+    return RunChild(work);
+  });
   if (!status.ok()) return status.error();
 
-  std::string bytes;
-  lseek(outcome_fd, 0, SEEK_SET);
-  if (*status != 0 || !android::base::ReadFdToString(outcome_fd, &bytes)) {
+  std::string text;
+  lseek(outcome, 0, SEEK_SET);
+  if (*status != 0 || !android::base::ReadFdToString(outcome, &text) || text.empty()) {
     return Error() << "the child process left no outcome";
   }
-  const json outcome = json::from_cbor(bytes);
-  const auto error = outcome.at("error").get<std::string>();
-  if (!error.empty()) return Error() << error;
-  return outcome.at("result");
+  const char mark = text[0];
+  text.erase(0, 1);
+  if (mark == kFailed) return Error() << text;
+  return text;
+}
+
+void EndChild(const std::string& error) {
+  Report(kFailed, error);
+  _exit(1);
 }
 
 }  // namespace extprop

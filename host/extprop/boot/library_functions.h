@@ -4,15 +4,17 @@
 
 #include <android-base/result.h>
 
+#include "extproperty/property_file_observer.h"
 #include "host/extprop/boot/library.h"
 
 namespace extprop {
 
 // The library's exported functions that are no part of the service object, under the names that
-// they have there.
+// they have there. One that a library does not have is null.
 struct LibraryFunctions {
   using PropertyMap = android::init::PropertyMap;
 
+  void (*KSSI_OBSERVE_PropertyFiles)(android::init::PropertyFileObserver* observer);
   bool (*load_properties_from_file_without_se)(const char* path, const char* filter,
                                                PropertyMap* properties);
   bool (*IsLegalPropertyName)(const std::string& name);
@@ -26,7 +28,7 @@ struct LibraryFunctions {
   const std::string (*ExtensionPartitionRoots)[kRootCount];
 };
 
-// Finds them in the library that `factory` belongs to. Fails if one is missing.
-android::base::Result<LibraryFunctions> FindLibraryFunctions(Factory factory);
+// Finds them in the library that `factory` belongs to.
+LibraryFunctions FindLibraryFunctions(Factory factory);
 
 }  // namespace extprop

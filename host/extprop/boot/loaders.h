@@ -14,6 +14,7 @@ struct Loader {
   // It belongs to the loaders that init runs by itself: naming one of them replaces the default
   // order, while any other is run after it.
   bool of_default_order;
+  bool fills_map;  // it fills a map for init, before init loads what the device has stored
   const char* help;
   void (*call)(android::init::IInitExtensionProperty* service, const std::string& argument,
                android::init::PropertyApplyCallback callback);

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <fstream>
@@ -17,6 +19,12 @@ namespace extprop {
 namespace {
 
 Recorder* the_recorder = nullptr;
+
+// What a device keeps over a boot.
+constexpr const char* kStoredPrefix = "persist.";
+
+// The property files that this thread is inside of, by their places in the record.
+thread_local std::vector<size_t> inside;
 
 const std::map<watch::Call, FileOp> kFileOps = {{watch::Call::kMkdir, FileOp::kMkdir},
                                                 {watch::Call::kUnlink, FileOp::kUnlink},
@@ -61,13 +69,24 @@ bool Same(const FileState& one, const FileState& other) {
 
 }  // namespace
 
-Recorder::Recorder() : host_thread_(gettid()) {}
+Recorder::Recorder(const LibraryFunctions& library) : host_thread_(gettid()), library_(library) {}
 
-Recorder* Recorder::Start(const Properties& initial) {
-  auto* recorder = the_recorder = new Recorder;
-  recorder->record_.initial = initial;
+Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& library) {
+  auto* recorder = the_recorder = new Recorder(library);
   device::ClearProperties();
-  for (const auto& [name, value] : initial) device::ApplyProperty(name, value);
+  for (const auto& [name, value] : initial) {
+    const std::string refused = recorder->Refusal(name, value);
+    if (!refused.empty()) {
+      recorder->record_.refused.push_back({name, value, "", refused});
+      continue;
+    }
+    recorder->record_.initial.emplace(name, value);
+    if (android::base::StartsWith(name, kStoredPrefix)) {
+      recorder->stored_.emplace(name, value);
+    } else {
+      device::ApplyProperty(name, value);
+    }
+  }
   android::base::SetMinimumLogSeverity(android::base::VERBOSE);
   android::base::SetLogger([](android::base::LogId, android::base::LogSeverity severity,
                               const char* /*tag*/, const char* file, unsigned line,
@@ -79,8 +98,14 @@ Recorder* Recorder::Start(const Properties& initial) {
   return recorder;
 }
 
-void Recorder::Attribute(android::init::IInitExtensionProperty* service) {
-  finder_ = std::make_unique<LineFinder>(service);
+void Recorder::WatchLines() {
+  library_.KSSI_OBSERVE_PropertyFiles(this);
+}
+
+void Recorder::LoadStored() {
+  if (!std::exchange(stored_loaded_, true) && !stored_.empty()) {
+    Receive(kStoredProperties, android::init::PropertyMap(stored_));
+  }
 }
 
 void Recorder::OnHandOver(int mode, android::init::PropertyMap map) {
@@ -88,24 +113,14 @@ void Recorder::OnHandOver(int mode, android::init::PropertyMap map) {
 }
 
 void Recorder::BeginStep(Step step) {
-  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
-  CloseStep(std::move(lines));
+  CloseStep();
   record_.steps.push_back(std::move(step));
 }
 
 void Recorder::FailStep(const std::string& error) {
   std::lock_guard<std::mutex> guard(lock_);
   record_.steps.back().error = error;
-}
-
-Step Recorder::TakeStep() {
-  std::vector<PropertyLine> lines = FindLines();
-  std::lock_guard<std::mutex> guard(lock_);
-  CloseStep(std::move(lines));
-  Step step = std::move(record_.steps.back());
-  record_.steps.pop_back();
-  return step;
 }
 
 pid_t Recorder::bind_thread() {
@@ -118,11 +133,18 @@ size_t Recorder::requests_served() {
   return requests_served_;
 }
 
+std::string Recorder::WaitsFor() {
+  std::lock_guard<std::mutex> guard(lock_);
+  std::string path;
+  if (reading_ < 0) return opening_;
+  android::base::Readlink("/proc/self/fd/" + std::to_string(reading_), &path);
+  return path;
+}
+
 BootRecord Recorder::Finish() {
-  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
   finished_ = true;
-  CloseStep(std::move(lines));
+  CloseStep();
   FindChanges();
   for (auto& [name, value] : device::AllProperties()) {
     if (!value.empty()) record_.properties.emplace(name, value);
@@ -131,7 +153,11 @@ BootRecord Recorder::Finish() {
 }
 
 watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
-  if (LineFinder::IsTrying()) return {};
+  if (call.call == watch::Call::kOpen || call.call == watch::Call::kRead) {
+    std::lock_guard<std::mutex> guard(lock_);
+    opening_ = call.path;
+    reading_ = call.fd;
+  }
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
     std::lock_guard<std::mutex> guard(lock_);
@@ -142,15 +168,12 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
 }
 
 void Recorder::After(const watch::PlatformCall& call, long result, int error) {
-  if (LineFinder::IsTrying()) {
-    if (call.call == watch::Call::kOpen && result >= 0) LineFinder::OnOpen(call.path);
-    return;
-  }
   std::lock_guard<std::mutex> guard(lock_);
+  opening_.clear();
+  reading_ = -1;
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (!failed) error = 0;
-  if (finder_ != nullptr) TrackRead(call, result);
   switch (call.call) {
     case watch::Call::kOpen:
       return AddFile(ForWriting(call) ? FileOp::kWrite : FileOp::kRead, call, error);
@@ -182,77 +205,65 @@ void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
 }
 
 void Recorder::Log(LogLine line) {
-  if (LineFinder::IsTrying()) return;
   std::lock_guard<std::mutex> guard(lock_);
   if (!finished_ && !record_.steps.empty()) Add(std::move(line));
 }
 
 void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
-  // While the properties are those that the imports' paths were expanded with.
-  std::vector<PropertyLine> lines = FindLines();
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_) return;
-  AddLines(std::move(lines));
   HandOver hand_over;
   hand_over.mode = mode;
   for (auto& [name, value] : map) {
-    AddWholeContent(name, value);
-    std::string old = device::PropertyValue(name);
-    device::ApplyProperty(name, value);
-    hand_over.entries.push_back({name, std::move(value), std::move(old)});
+    Entry entry = {name, std::move(value), device::PropertyValue(name), ""};
+    entry.refused = Refusal(entry.name, entry.value);
+    const bool keeps_stored = mode == kFilledMap && stored_loaded_ && stored_.count(name) != 0;
+    if (entry.refused.empty() && keeps_stored) entry.refused = "the stored value is kept";
+    if (entry.refused.empty()) device::ApplyProperty(name, entry.value);
+    hand_over.entries.push_back(std::move(entry));
   }
   Add(std::move(hand_over));
 }
 
-// Keeps what the library reads, as far as it reads it: some sources are whole block devices.
-void Recorder::TrackRead(const watch::PlatformCall& call, long result) {
-  if (call.call == watch::Call::kOpen && result >= 0 && !ForWriting(call)) {
-    reads_.push_back({call.path, static_cast<int>(result), ""});
-  }
-  if (call.call != watch::Call::kRead || result <= 0) return;
-  const auto read = std::find_if(reads_.rbegin(), reads_.rend(),
-                                 [&](const FileRead& file) { return file.fd == call.fd; });
-  const off_t end = lseek(call.fd, 0, SEEK_CUR);
-  if (read == reads_.rend() || end < result) return;
-  std::string bytes(static_cast<size_t>(result), '\0');
-  const ssize_t got = pread(call.fd, bytes.data(), bytes.size(), end - result);
-  if (got > 0) read->content.append(bytes, 0, static_cast<size_t>(got));
+// Why init would not set the property, by the library's checks; empty where it would.
+std::string Recorder::Refusal(const std::string& name, const std::string& value) const {
+  if (library_.IsLegalPropertyName == nullptr || library_.IsLegalPropertyValue == nullptr)
+    return "";
+  if (!library_.IsLegalPropertyName(name)) return "not a legal property name";
+  android::base::Result<void> legal = library_.IsLegalPropertyValue(name, value);
+  return legal.ok() ? "" : legal.error().message();
 }
 
-// Not to be called with the lock held: the library logs while it is given the lines.
-std::vector<PropertyLine> Recorder::FindLines() {
-  std::vector<FileRead> reads;
-  {
-    std::lock_guard<std::mutex> guard(lock_);
-    reads.swap(reads_);
-    earlier_reads_.insert(earlier_reads_.end(), reads.begin(), reads.end());
-  }
-  return reads.empty() ? std::vector<PropertyLine>() : finder_->Find(std::move(reads));
+void Recorder::EnterFile(std::string_view path, std::string_view filter,
+                         const android::init::PropertyMap* /*properties*/) {
+  std::lock_guard<std::mutex> guard(lock_);
+  if (finished_) return inside.push_back(kNoImporter);
+  PropertyFile file;
+  file.path = path;
+  file.filter = filter;
+  file.step = record_.steps.empty() ? 0 : record_.steps.size() - 1;
+  if (!inside.empty()) file.importer = inside.back();
+  inside.push_back(record_.property_files.size());
+  record_.property_files.push_back(std::move(file));
 }
 
-void Recorder::AddLines(std::vector<PropertyLine> lines) {
-  for (PropertyLine& line : lines) {
-    if (!line.filtered) lines_.emplace(line.name, line.value);
-    Add(std::move(line));
-  }
+void Recorder::LeaveFile(std::string_view error) {
+  std::lock_guard<std::mutex> guard(lock_);
+  if (!finished_ && inside.back() != kNoImporter)
+    record_.property_files[inside.back()].error = error;
+  inside.pop_back();
 }
 
-// A state file may hold a bare value.
-void Recorder::AddWholeContent(const std::string& name, const std::string& value) {
-  if (value.empty() || lines_.count({name, value}) != 0) return;
-  for (const FileRead& file : earlier_reads_) {
-    if (file.content != value) continue;
-    lines_.emplace(name, value);
-    return Add(PropertyLine{file.path, 0, name, value, false});
-  }
+void Recorder::ReadLine(const android::init::PropertyLine& line) {
+  std::lock_guard<std::mutex> guard(lock_);
+  if (finished_ || inside.back() == kNoImporter || record_.steps.empty()) return;
+  Add(PropertyLine{inside.back(), static_cast<unsigned>(line.number), line.outcome,
+                   std::string(line.name), std::string(line.value), std::string(line.text)});
 }
 
 // Owner and mode are set after the content is, so the state is looked at when the step is over.
-void Recorder::CloseStep(std::vector<PropertyLine> lines) {
+void Recorder::CloseStep() {
   if (record_.steps.empty()) return;
-  AddLines(std::move(lines));
-  earlier_reads_.clear();
-  lines_.clear();
   for (Event& event : record_.steps.back().events) {
     auto* file = std::get_if<FileEvent>(&event.what);
     if (file == nullptr) continue;

@@ -4,16 +4,14 @@
 
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/line_finder.h"
+#include "host/extprop/boot/library_functions.h"
 #include "host/watch/platform_calls.h"
 
 namespace extprop {
@@ -21,18 +19,23 @@ namespace extprop {
 // The property through which requests reach the bind thread.
 constexpr const char* kRequestProperty = "sys.cota.bind.load.properties";
 
-// Writes the record of a boot in this process: it receives the hand-overs, the log lines and the
-// library's calls into the platform, from whichever thread they come, and applies every map to the
-// property store as it arrives, as init does.
+// Writes the record of a boot in this process: it receives the hand-overs, the log lines, the lines
+// of property files and the library's calls into the platform, from whichever thread they come, and
+// applies every map to the property store as it arrives, as init does: docs/host_model.md.
 //
 // One per process, never destroyed: the bind thread may outlive every step.
-class Recorder : public watch::Observer {
+class Recorder : public watch::Observer, public android::init::PropertyFileObserver {
  public:
-  // Sets the store to `initial` and starts to observe and log. The calling thread is the host's.
-  static Recorder* Start(const Properties& initial);
+  // Sets the store to those of `initial` that init takes and does not load later, and starts to
+  // observe and log. The calling thread is the host's. `library` tells what init refuses.
+  static Recorder* Start(const Properties& initial, const LibraryFunctions& library);
 
-  // From now on every value that a file gives is preceded by its line.
-  void Attribute(android::init::IInitExtensionProperty* service);
+  // From now on the lines of property files are recorded. The library must be able to tell them.
+  void WatchLines();
+
+  // Loads the stored properties, as init does after the partitions; the event belongs to the last
+  // step, which there must be. Further calls do nothing.
+  void LoadStored();
 
   // The callback for the loaders.
   static void OnHandOver(int mode, android::init::PropertyMap map);
@@ -40,19 +43,24 @@ class Recorder : public watch::Observer {
   // All further events belong to `step`. The reference is good until the next BeginStep.
   void BeginStep(Step step);
   void FailStep(const std::string& error);
-  // Ends the step and takes it out of the record.
-  Step TakeStep();
 
   // The bind thread that was heard of last, 0 before any was.
   pid_t bind_thread();
   // How many requests the bind thread has reported as served.
   size_t requests_served();
 
+  // The file that the library is opening or reading at this moment, empty where it does neither.
+  std::string WaitsFor();
+
   // Ends the record: nothing that happens later enters it.
   BootRecord Finish();
 
   watch::Verdict Before(const watch::PlatformCall& call) override;
   void After(const watch::PlatformCall& call, long result, int error) override;
+  void EnterFile(std::string_view path, std::string_view filter,
+                 const android::init::PropertyMap* properties) override;
+  void LeaveFile(std::string_view error) override;
+  void ReadLine(const android::init::PropertyLine& line) override;
 
  private:
   // What stood at a path before the library first touched it.
@@ -61,30 +69,26 @@ class Recorder : public watch::Observer {
     std::string content;
   };
 
-  Recorder();
+  explicit Recorder(const LibraryFunctions& library);
   void Add(decltype(Event::what) what);
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
   void Receive(int mode, android::init::PropertyMap&& map);
-  void TrackRead(const watch::PlatformCall& call, long result);
-  std::vector<PropertyLine> FindLines();
-  void AddLines(std::vector<PropertyLine> lines);
-  void AddWholeContent(const std::string& name, const std::string& value);
-  void CloseStep(std::vector<PropertyLine> lines);
+  std::string Refusal(const std::string& name, const std::string& value) const;
+  void CloseStep();
   void FindChanges();
   static Snapshot Look(const std::string& path);
 
   const pid_t host_thread_;
+  const LibraryFunctions library_;
   std::mutex lock_;
   bool finished_ = false;
   BootRecord record_;
+  Properties stored_;
+  bool stored_loaded_ = false;
+  std::string opening_;  // a path, while the library opens it
+  int reading_ = -1;     // a descriptor, while the library reads from it
   std::map<std::string, Snapshot> touched_;
-  // For attribution: the files read since the last hand-over and those before it in the step, and
-  // what the step's lines set.
-  std::unique_ptr<LineFinder> finder_;
-  std::vector<FileRead> reads_;
-  std::vector<FileRead> earlier_reads_;
-  std::set<std::pair<std::string, std::string>> lines_;
   pid_t bind_thread_ = 0;
   size_t requests_served_ = 0;
 };

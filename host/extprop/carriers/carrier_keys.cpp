@@ -103,11 +103,10 @@ json ToJson(const CarrierKey& key) {
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
-  Result<LibraryFunctions> library = FindLibraryFunctions(*factory);
-  if (!library.ok()) return library.error();
-  Result<json> found = RunInTree(plan.tree, [&]() -> Result<json> { return FindKeys(*library); });
+  const LibraryFunctions library = FindLibraryFunctions(*factory);
+  Result<std::string> found = RunInTree(plan.tree, [&] { return FindKeys(library).dump(); });
   if (!found.ok()) return found.error();
-  return found->get<std::vector<CarrierKey>>();
+  return json::parse(*found).get<std::vector<CarrierKey>>();
 }
 
 void PutInForce(const CarrierKey& key, BootPlan* plan) {

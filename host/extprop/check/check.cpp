@@ -1,34 +1,12 @@
 #include "host/extprop/check/check.h"
 
-#include <clocale>
-#include <filesystem>
-#include <nlohmann/json.hpp>
-
-#include "host/extprop/boot/in_tree.h"
-#include "host/extprop/check/check_context.h"
-#include "host/platform/system_properties.h"
+#include <set>
 
 namespace extprop {
 
 namespace {
 
 using android::base::Result;
-using nlohmann::json;
-
-constexpr Check kChecks[] = {CheckPropertyFiles,      CheckPartitions, CheckMappedKeys,
-                             CheckCarrierDirectories, CheckStateFiles, CheckCotaInfoFiles};
-
-// What the checks look at: each partition by itself, then the boot.
-Result<BootRecord> Survey(const BootPlan& plan, const LibraryFunctions& functions) {
-  BootPlan survey = plan;
-  survey.attribute = true;
-  survey.steps.clear();
-  for (const std::string& root : *functions.ExtensionPartitionRoots) {
-    survey.steps.push_back({FindLoader("partition", true), root});
-  }
-  survey.steps.insert(survey.steps.end(), plan.steps.begin(), plan.steps.end());
-  return RunBoot(survey);
-}
 
 const FindingKind* FindKind(const std::string& id) {
   for (const FindingKind& kind : FindingKinds()) {
@@ -62,66 +40,22 @@ const std::vector<FindingKind>& FindingKinds() {
   return kinds;
 }
 
-CheckContext::CheckContext(const BootPlan& the_plan, const BootRecord& the_boot, Factory factory,
-                           const LibraryFunctions& functions)
-    : plan(the_plan),
-      boot(the_boot),
-      library(functions),
-      service_(factory(kLibraryName)),
-      recorder_(Recorder::Start(the_plan.properties)) {}
-
-void CheckContext::Report(const char* id, const std::string& path, size_t line,
-                          const std::string& message) {
-  namespace fs = std::filesystem;
-  std::error_code error;  // a link may lead elsewhere outside the private root
-  const fs::path directory = fs::canonical(fs::path(path).parent_path(), error);
-  const std::string resolved = error ? path : (directory / fs::path(path).filename()).string();
-  findings.insert({resolved, line, FindKind(id), message});
-}
-
-std::vector<Event> CheckContext::Call(const char* loader, const std::string& argument,
-                                      const Properties& set) {
-  device::ClearProperties();
-  for (const Properties* properties : {&plan.properties, &set}) {
-    for (const auto& [name, value] : *properties) device::ApplyProperty(name, value);
-  }
-  return Observe([&] {
-    try {
-      FindLoader(loader, true)->call(service_, argument, Recorder::OnHandOver);
-    } catch (const std::exception&) {
-      // What it did until then is what there is to see.
-    }
-  });
-}
-
 Result<std::vector<Finding>> CheckTree(const BootPlan& plan) {
-  Result<Factory> factory = LoadLibrary(plan.library);
-  if (!factory.ok()) return factory.error();
-  Result<LibraryFunctions> functions = FindLibraryFunctions(*factory);
-  if (!functions.ok()) return functions.error();
-  Result<BootRecord> boot = Survey(plan, *functions);
+  BootPlan survey = plan;
+  survey.lines = true;
+  Result<BootRecord> boot = RunBoot(survey);
   if (!boot.ok()) return boot.error();
-
-  // As init's, in which text is UTF-8; loaded before the private root hides it.
-  setlocale(LC_CTYPE, "C.UTF-8");
-  Result<json> found = RunInTree(plan.tree, [&]() -> Result<json> {
-    CheckContext context(plan, *boot, *factory, *functions);
-    for (const Check check : kChecks) {
-      Result<void> done = check(&context);
-      if (!done.ok()) return done.error();
+  std::set<Finding> findings;
+  for (const Step& step : boot->steps) {
+    for (const Event& event : step.events) {
+      const auto* line = std::get_if<PropertyLine>(&event.what);
+      if (line == nullptr || line->outcome != LineOutcome::kNoProperty) continue;
+      findings.insert({boot->property_files[line->file].path, line->line,
+                       FindKind("not-a-property"),
+                       "'" + line->text + "' is no property, comment or import"});
     }
-    json list = json::array();
-    for (const Finding& finding : context.findings) {
-      list.push_back({finding.path, finding.line, finding.kind->id, finding.message});
-    }
-    return list;
-  });
-  if (!found.ok()) return found.error();
-  std::vector<Finding> findings;
-  for (const json& each : *found) {
-    findings.push_back({each[0], each[1], FindKind(each[2]), each[3]});
   }
-  return findings;
+  return std::vector<Finding>(findings.begin(), findings.end());
 }
 
 }  // namespace extprop

@@ -69,7 +69,7 @@ int Boot(const Options& options) {
     if (path.empty() || !IsInside(path, plan->tree)) continue;
     return Fail(kBadInput, option + path + ": lies in " + plan->tree);
   }
-  plan->attribute = !options.html.empty();
+  plan->lines = !options.html.empty();
 
   Result<BootRecord> record = RunBoot(*plan);
   if (!record.ok()) return Fail(kFailed, record.error().message());

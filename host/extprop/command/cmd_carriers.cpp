@@ -64,7 +64,7 @@ int Carriers(const Options& options) {
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
   Result<std::vector<CarrierKey>> keys = FindCarrierKeys(*plan);
   if (!keys.ok()) return Fail(kFailed, keys.error().message());
-  plan->attribute = true;
+  plan->lines = true;
   Result<BootRecord> by_default = RunBoot(*plan);
   if (!by_default.ok()) return Fail(kFailed, by_default.error().message());
 

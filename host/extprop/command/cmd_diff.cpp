@@ -22,7 +22,7 @@ constexpr int kTrouble = 2;
 Result<BootRecord> BootSide(const BootOptions& options) {
   Result<BootPlan> plan = MakePlan(options);
   if (!plan.ok()) return plan.error();
-  plan->attribute = true;
+  plan->lines = true;
   Result<BootRecord> record = RunBoot(*plan);
   if (!record.ok()) return record.error();
   for (const Step& step : record->steps) {

@@ -58,7 +58,7 @@ void Print(const std::string& name, const std::vector<Setting>& history) {
 int Explain(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
-  plan->attribute = true;
+  plan->lines = true;
   Result<BootRecord> record = RunBoot(*plan);
   if (!record.ok()) return Fail(kFailed, record.error().message());
 

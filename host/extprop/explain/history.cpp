@@ -66,7 +66,7 @@ void Decide(History* history, size_t index) {
 
 class Historian {
  public:
-  explicit Historian(const BootRecord& record) {
+  explicit Historian(const BootRecord& record) : record_(record) {
     for (const auto& [name, value] : record.initial) SetDirectly(name, value, "system property");
     for (const Step& step : record.steps) {
       loader_ = LoaderOf(step);
@@ -101,15 +101,18 @@ class Historian {
   }
 
   void TakeLine(const PropertyLine& line) {
-    const std::string file = BelowMounts(line.path);
-    std::string place = file;
-    if (line.line != 0) place += ":" + std::to_string(line.line);
+    const bool filtered = line.outcome == LineOutcome::kFiltered;
+    const bool sets = line.outcome == LineOutcome::kSet || line.outcome == LineOutcome::kReplaced ||
+                      line.outcome == LineOutcome::kSameAgain;
+    if (!sets && !filtered) return;
+    const std::string file = BelowMounts(record_.property_files[line.file].path);
+    const std::string place = file + ":" + std::to_string(line.line);
     const size_t index = Add(line.name, line.value, place, kNotHandedOver);
     Setting& setting = histories_[line.name][index];
     setting.file = file;
     setting.line = line.line;
-    if (line.filtered) setting.why = "kept out by the filter of the import";
-    if (!line.filtered) open_[line.name].push_back(index);
+    if (filtered) setting.why = "kept out by the filter of the import";
+    if (!filtered) open_[line.name].push_back(index);
   }
 
   void TakeHandOver(const HandOver& hand_over) {
@@ -211,6 +214,7 @@ class Historian {
     return histories_[name].size() - 1;
   }
 
+  const BootRecord& record_;
   std::map<std::string, History> histories_;
   // The lines of the step that no hand-over has held yet.
   std::map<std::string, std::vector<size_t>> open_;
