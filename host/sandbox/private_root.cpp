@@ -16,7 +16,7 @@
 
 #include <utility>
 
-#include "host/sandbox/tree_copy.h"
+#include "host/sandbox/root_layers.h"
 
 namespace sandbox {
 namespace {
@@ -24,25 +24,8 @@ namespace {
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
-using android::base::ResultError;
 using android::base::unique_fd;
 using android::base::WriteStringToFile;
-
-// Where the root is put together, on a tmpfs that only the new mount namespace sees: nothing of it
-// can be left on disk.
-const std::string kStage = "/tmp";
-
-constexpr char kAdvice[] =
-    "; run as root, or allow user namespaces (kernel.unprivileged_userns_clone=1, "
-    "user.max_user_namespaces above 0, kernel.apparmor_restrict_unprivileged_userns=0)";
-
-// The error for a step that the kernel refused with errno.
-ResultError Refused(const std::string& step) {
-  const int error = errno;
-  std::string text = "private root: " + step + ": " + strerror(error);
-  if (error == EPERM || error == EACCES || error == ENOSPC) text += kAdvice;
-  return ResultError(text, error);
-}
 
 // Returns whether a user namespace had to be made too.
 Result<bool> LeaveNamespaces() {
@@ -63,51 +46,6 @@ Result<bool> LeaveNamespaces() {
     return Refused("map the user in the user namespace");
   }
   return true;
-}
-
-bool MountStage() {
-  return mount("tmpfs", kStage.c_str(), "tmpfs", 0, "mode=0755") == 0;
-}
-
-bool MountOverlay(const unique_fd& tree, const std::string& target, bool user_namespace) {
-  const std::string upper = kStage + "/upper";
-  const std::string work = kStage + "/work";
-  // The root directory takes its mode from the upper layer; the umask has no say in it.
-  if (mkdir(upper.c_str(), 0755) != 0 || chmod(upper.c_str(), 0755) != 0) return false;
-  if (mkdir(work.c_str(), 0700) != 0 || mkdir(target.c_str(), 0700) != 0) return false;
-  // By descriptor, because the tree's path may hold the characters that separate the options.
-  std::string options = "lowerdir=/proc/self/fd/" + std::to_string(tree.get()) +
-                        ",upperdir=" + upper + ",workdir=" + work;
-  if (user_namespace) options += ",userxattr";
-  return mount("overlay", target.c_str(), "overlay", 0, options.c_str()) == 0;
-}
-
-// In a user namespace the overlay cannot change what belongs to a user that is not mapped.
-bool OverlayCanChange(const unique_fd& tree, bool user_namespace) {
-  struct stat about;
-  return !user_namespace || (fstat(tree, &about) == 0 && about.st_uid == geteuid());
-}
-
-// Returns the mount point that is to become the root.
-Result<std::string> BuildRoot(const PrivateRootOptions& options, bool user_namespace) {
-  // Opened in the new namespace, as the kernel takes no layer from another one, and before the
-  // stage is mounted, which may hide it.
-  unique_fd tree;
-  if (!options.tree.empty()) {
-    tree.reset(open(options.tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (tree < 0) return ErrnoError() << "cannot open the tree " << options.tree;
-    if (!options.copy && OverlayCanChange(tree, user_namespace)) {
-      const std::string target = kStage + "/root";
-      if (!MountStage()) return Refused("mount a tmpfs");
-      if (MountOverlay(tree, target, user_namespace)) return target;
-    }
-  }
-  if (!MountStage()) return Refused("mount a tmpfs");
-  if (options.tree.empty()) return kStage;
-  unique_fd stage(open(kStage.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  Result<void> copied = CopyTree(tree, stage);
-  if (!copied.ok()) return Error() << "copy the tree " << options.tree << ": " << copied.error();
-  return kStage;
 }
 
 // Mounts /proc into the working directory, the root to be.

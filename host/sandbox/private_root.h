@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <android-base/result.h>
 
@@ -11,11 +12,23 @@
 // the namespace, however that process ends.
 namespace sandbox {
 
+// Something shown at a place of its own.
+struct Layer {
+  std::string place;   // an absolute path in the root; made where the root does not have it
+  std::string source;  // a directory, or a file or link, which is not followed
+};
+
 struct PrivateRootOptions {
-  // The directory shown as "/"; empty for an empty root.
+  // The directory shown as "/"; empty for an empty root. What is mounted below it is not shown.
   std::string tree;
-  // Copy the tree instead of laying a writable overlay over it. Done by itself where the kernel
-  // refuses the overlay, and for an ordinary user whose tree belongs to somebody else.
+  // Shown over the tree and each over those before it. A file has the place's last name.
+  std::vector<Layer> layers = {};
+  // Absolute paths of directories, none below another, in which and below which everything can be
+  // changed whoever owns it. Elsewhere, an ordinary user cannot change what belongs to somebody
+  // else. What they hold is copied then, so they had better be small.
+  std::vector<std::string> writable = {};
+  // Copy what is shown instead of laying a writable overlay over it. Done by itself where the
+  // kernel refuses the overlay. What the caller may not read is left out then.
   bool copy = false;
 };
 

@@ -26,12 +26,20 @@ struct Entry {
   int to;
   std::string name;
   std::string path;
+  Names* unreadable = nullptr;
   struct stat about = {};
 };
 
 // The error for errno.
 Result<void> Failed(const Entry& entry) {
   return ErrnoError() << "cannot copy " << entry.path;
+}
+
+// Returns whether errno says that the caller may not read it, and that is to be noted only.
+bool NoteUnreadable(const Entry& entry) {
+  if (errno != EACCES || entry.unreadable == nullptr) return false;
+  entry.unreadable->push_back(entry.path);
+  return true;
 }
 
 unique_fd OpenDirectory(int parent, const std::string& name) {
@@ -62,10 +70,12 @@ bool IsMountPoint(const Entry& entry) {
   return (about.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-bool CopyFile(const Entry& entry) {
-  constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC;
-  unique_fd in(openat(entry.from, entry.name.c_str(), kReadFlags));
-  if (in < 0) return false;
+unique_fd OpenFile(const Entry& entry) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC;
+  return unique_fd(openat(entry.from, entry.name.c_str(), kFlags));
+}
+
+bool CopyContent(const unique_fd& in, const Entry& entry) {
   constexpr int kWriteFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   unique_fd out(openat(entry.to, entry.name.c_str(), kWriteFlags, 0600));
   if (out < 0) return false;
@@ -101,14 +111,15 @@ bool KeepAttributes(const Entry& entry) {
   return utimensat(entry.to, name, times, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-Result<void> CopyEntry(Entry entry);
+Result<void> CopyEntry(Entry entry, bool skip_mounted);
 
-Result<void> CopyEntries(int from, int to, const std::string& prefix, const Names& excluded) {
+Result<void> CopyEntries(int from, int to, const std::string& prefix, const Names& excluded,
+                         Names* unreadable) {
   Names names;
   if (!ListDirectory(from, &names)) return ErrnoError() << "cannot list " << prefix << ".";
   for (const std::string& name : names) {
     if (std::find(excluded.begin(), excluded.end(), name) != excluded.end()) continue;
-    Result<void> copied = CopyEntry({from, to, name, prefix + name});
+    Result<void> copied = CopyEntry({from, to, name, prefix + name, unreadable}, true);
     if (!copied.ok()) return copied;
   }
   return {};
@@ -120,27 +131,31 @@ Result<void> CopyDirectory(const Entry& entry, bool empty) {
   if (to < 0) return Failed(entry);
   if (empty) return {};
   unique_fd from = OpenDirectory(entry.from, entry.name);
-  if (from < 0) return Failed(entry);
-  return CopyEntries(from.get(), to.get(), entry.path + "/", {});
+  if (from < 0) return NoteUnreadable(entry) ? Result<void>() : Failed(entry);
+  return CopyEntries(from.get(), to.get(), entry.path + "/", {}, entry.unreadable);
 }
 
-Result<void> CopyEntry(Entry entry) {
+Result<void> CopyEntry(Entry entry, bool skip_mounted) {
   const char* name = entry.name.c_str();
-  if (fstatat(entry.from, name, &entry.about, AT_SYMLINK_NOFOLLOW) != 0) return Failed(entry);
-  const bool mount_point = IsMountPoint(entry);
+  if (fstatat(entry.from, name, &entry.about, AT_SYMLINK_NOFOLLOW) != 0) {
+    return NoteUnreadable(entry) ? Result<void>() : Failed(entry);
+  }
+  const bool mounted = skip_mounted && IsMountPoint(entry);
+  if (mounted && !S_ISDIR(entry.about.st_mode)) return {};
   switch (entry.about.st_mode & S_IFMT) {
     case S_IFDIR:
-      if (Result<void> copied = CopyDirectory(entry, mount_point); !copied.ok()) return copied;
+      if (Result<void> copied = CopyDirectory(entry, mounted); !copied.ok()) return copied;
       break;
-    case S_IFREG:
-      if (mount_point) return {};
-      if (!CopyFile(entry)) return Failed(entry);
+    case S_IFREG: {
+      unique_fd in = OpenFile(entry);
+      if (in < 0 && NoteUnreadable(entry)) return {};
+      if (in < 0 || !CopyContent(in, entry)) return Failed(entry);
       break;
+    }
     case S_IFLNK:
       if (!CopyLink(entry)) return Failed(entry);
       break;
     default:
-      if (mount_point) return {};
       if (mknodat(entry.to, name, entry.about.st_mode, entry.about.st_rdev) != 0) {
         if (errno == EPERM) return {};
         return Failed(entry);
@@ -150,11 +165,45 @@ Result<void> CopyEntry(Entry entry) {
   return {};
 }
 
+Result<void> CopyWay(int from, int to, const std::string& place, Names* unreadable) {
+  if (place.empty()) return CopyEntries(from, to, "", {}, unreadable);
+  const size_t slash = place.find('/');
+  Entry entry = {from, to, place.substr(0, slash), place, unreadable};
+  const char* name = entry.name.c_str();
+  if (fstatat(from, name, &entry.about, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISDIR(entry.about.st_mode) || IsMountPoint(entry)) {
+    return {};
+  }
+  if (mkdirat(to, name, 0700) != 0 && errno != EEXIST) return Failed(entry);
+  const unique_fd next_from = OpenDirectory(from, entry.name);
+  const unique_fd next_to = OpenDirectory(to, entry.name);
+  if (next_to < 0) return Failed(entry);
+  if (next_from >= 0) {
+    const std::string rest = slash == std::string::npos ? "" : place.substr(slash + 1);
+    Result<void> copied = CopyWay(next_from.get(), next_to.get(), rest, unreadable);
+    if (!copied.ok()) return copied;
+  }
+  if (!KeepAttributes(entry)) return Failed(entry);
+  return {};
+}
+
 }  // namespace
 
 Result<void> CopyTree(android::base::borrowed_fd from, android::base::borrowed_fd to,
-                      const Names& excluded) {
-  return CopyEntries(from.get(), to.get(), "", excluded);
+                      const Names& excluded, Names* unreadable) {
+  return CopyEntries(from.get(), to.get(), "", excluded, unreadable);
+}
+
+Result<void> CopyPlace(android::base::borrowed_fd from, android::base::borrowed_fd to,
+                       const std::string& place) {
+  Names unreadable;
+  return CopyWay(from.get(), to.get(), place, &unreadable);
+}
+
+Result<void> CopyFile(android::base::borrowed_fd from, android::base::borrowed_fd to,
+                      const std::string& name) {
+  Names unreadable;
+  return CopyEntry({from.get(), to.get(), name, name, &unreadable}, false);
 }
 
 }  // namespace sandbox

@@ -18,8 +18,22 @@ namespace sandbox {
 // something is mounted on is left out. `to` itself keeps its mode and owner.
 //
 // Nothing that exists is ever written over. The error names the path, relative to `from`, and
-// leaves the copy as it is by then.
+// leaves the copy as it is by then. What the caller may not read is such an error only if
+// `unreadable` is null; else its path is added to it, a file is left out and a directory is empty.
 android::base::Result<void> CopyTree(android::base::borrowed_fd from, android::base::borrowed_fd to,
-                                     const std::vector<std::string>& excluded = {});
+                                     const std::vector<std::string>& excluded = {},
+                                     std::vector<std::string>* unreadable = nullptr);
+
+// Copies, of what `from` holds, only the directories that lead to `place`, a path relative to it,
+// and whatever is below `place`. As far as they do not exist, or are mount points or links, there
+// is nothing to copy; nor is there where the caller may not read. Directories on the way may be in
+// `to` already.
+android::base::Result<void> CopyPlace(android::base::borrowed_fd from,
+                                      android::base::borrowed_fd to, const std::string& place);
+
+// Copies the file, link or special file `name` from one directory to the other, a mount point too.
+// What the caller may not read is left out.
+android::base::Result<void> CopyFile(android::base::borrowed_fd from, android::base::borrowed_fd to,
+                                     const std::string& name);
 
 }  // namespace sandbox

@@ -75,7 +75,7 @@ TEST_P(PrivateRootView, shows_the_tree_as_it_is_and_leaves_nothing_of_what_is_do
   const auto descriptors = CountDescriptors();
   const std::string outside = fs::current_path();
   const mode_t old_mask = umask(077);
-  Result<int> status = RunInPrivateRoot({tree.path(), GetParam()}, [&] {
+  Result<int> status = RunInPrivateRoot({tree.path(), {}, {}, GetParam()}, [&] {
     EXPECT_EQ(umask(0), 077u);
     EXPECT_EQ(CountDescriptors(), descriptors);
     struct statfs kind = {};
@@ -110,7 +110,7 @@ TEST_P(PrivateRootView, as_an_ordinary_user) {
   if (user == 0) {
     EXPECT_TRUE(setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
                 prctl(PR_SET_DUMPABLE, 1) == 0);
-    const std::string told = Told(RunInPrivateRoot({tree.path(), GetParam()}, [] {
+    const std::string told = Told(RunInPrivateRoot({tree.path(), {}, {}, GetParam()}, [] {
       EXPECT_EQ(getuid(), 0u);
       ExpectRootCanBeChanged();
       return HasFailure();
