@@ -78,12 +78,13 @@ auto Pass(Call kind, const void* caller, Describe describe, Real real) {
   describe(&call);
   const Verdict verdict = observer->Before(call);
   errno = verdict.fail ? verdict.error : 0;
-  const R result = verdict.fail ? FailedResult<R>(kind, verdict.error) : real(verdict.limit);
+  R result = verdict.fail ? FailedResult<R>(kind, verdict.error) : real(verdict.limit);
+  const int error = ReportedResult(result) < 0 ? errno : 0;
+  if (verdict.as_root && (error == EPERM || error == EINVAL)) result = R{};
   const long reported = ReportedResult(result);
-  const int error = reported < 0 ? errno : 0;
   observer->After(call, reported, error);
   observing = false;
-  errno = error != 0 ? error : errno_before;
+  errno = reported < 0 && error != 0 ? error : errno_before;
   return result;
 }
 

@@ -50,6 +50,10 @@ struct Verdict {
   bool fail = false;  // return -1 (or null, or the error) with errno set to `error`
   int error = 0;
   size_t limit = ~size_t{0};  // the largest count that read or write may transfer
+  // Where the real call fails only because this process is not the device's root (EPERM, or EINVAL
+  // for an owner that the user namespace lacks), the caller gets 0 as if it had been done. For
+  // calls that return an int.
+  bool as_root = false;
 };
 
 // Observers are called on the thread that makes the call. They must not throw. Calls that they make
@@ -59,7 +63,8 @@ class Observer {
   virtual ~Observer() = default;
   // Before the call. The default lets it happen.
   virtual Verdict Before(const PlatformCall& call);
-  // After it; `result` is what the caller will get (for pointers: 0 or -1), `error` its errno.
+  // After it; `result` is what the caller will get (for pointers: 0 or -1), `error` its errno. A
+  // call that was answered as done though the kernel refused it has the result 0 and the error.
   virtual void After(const PlatformCall& call, long result, int error);
 };
 
