@@ -33,6 +33,8 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+# By which images are unpacked.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "7zip, e2fsprogs, erofs-utils")
 # Named here, as Debian's packages of the platform's libraries do not say what they provide.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "android-libbase, android-liblog, libselinux1, libc6 (>= 2.36), \
 libgcc-s1, libstdc++6 (>= 12)")

@@ -7,6 +7,8 @@ library_packages=(
   libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libgtest-dev
 )
 build_packages=(g++ cmake ninja-build "${library_packages[@]}")
+# What the tool unpacks images with, and what the tests make them with.
+image_packages=(7zip e2fsprogs erofs-utils android-sdk-libsparse-utils)
 
 # Stands before a command that only root may run.
 as_root=()
@@ -51,6 +53,7 @@ build_preset() {
 run_native_tests() {
   local preset=$1 log status=0
   shift
+  install_packages "${image_packages[@]}"
   build_preset "$preset"
   if [ "$(id -u)" -ne 0 ]; then
     echo "the tests mount and chown inside a private root: run them as root (sudo ./test)" >&2

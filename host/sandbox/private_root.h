@@ -14,7 +14,7 @@ namespace sandbox {
 
 // Something shown at a place of its own.
 struct Layer {
-  std::string place;   // an absolute path in the root; made where the root does not have it
+  std::string place;   // an absolute path in the root, without links; made where it is not there
   std::string source;  // a directory, or a file or link, which is not followed
 };
 

@@ -1,13 +1,12 @@
 #include "host/sandbox/root_layers.h"
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <utility>
@@ -86,21 +85,16 @@ Result<std::vector<Source>> OpenSources(const PrivateRootOptions& options) {
   return sources;
 }
 
-// Opens a place as the root's own processes will see it, with links kept within the root, and makes
-// the directories that it lacks.
+// Opens a place below `root`, with what is mounted there, and makes the directories that it lacks.
 unique_fd OpenPlace(const unique_fd& root, const std::string& place) {
-  open_how how = {};
-  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-  how.resolve = RESOLVE_IN_ROOT;
-  const auto open_it = [&] {
-    const long fd = syscall(SYS_openat2, root.get(), place.c_str(), &how, sizeof(how));
-    return unique_fd(static_cast<int>(fd));
-  };
-  unique_fd opened = open_it();
-  if (opened >= 0 || errno != ENOENT) return opened;
-  const unique_fd parent = OpenPlace(root, Dirname(place));
-  if (parent < 0 || mkdirat(parent, LastName(place).c_str(), 0755) != 0) return unique_fd();
-  return open_it();
+  unique_fd reached(dup(root));
+  for (const std::string& name : android::base::Split(place, "/")) {
+    if (name.empty() || reached < 0) continue;
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    if (mkdirat(reached, name.c_str(), 0755) != 0 && errno != EEXIST) return unique_fd();
+    reached.reset(openat(reached, name.c_str(), kFlags));
+  }
+  return reached;
 }
 
 // The root directory of a mount takes its attributes from the upper layer. An owner that the user

@@ -1,12 +1,10 @@
 #include "host/sandbox/private_root.h"
 
 #include <android-base/unique_fd.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
@@ -96,33 +94,6 @@ TEST_P(PrivateRootView, shows_the_tree_as_it_is_and_leaves_nothing_of_what_is_do
   EXPECT_EQ(Content("/proc/self/mountinfo"), mounts);
   EXPECT_EQ(CountDescriptors(), descriptors);
   EXPECT_FALSE(fs::exists("/tmp/upper"));
-}
-
-TEST_P(PrivateRootView, as_an_ordinary_user) {
-  TempTree tree;
-  FillTree(tree);
-  for (const auto& entry : fs::recursive_directory_iterator(tree.path())) {
-    ASSERT_EQ(lchown(entry.path().c_str(), 65534, 65534), 0);
-  }
-  ASSERT_EQ(chown(tree.path().c_str(), 65534, 65534), 0);
-  const auto before = Describe(tree.path());
-  const pid_t user = fork();
-  if (user == 0) {
-    EXPECT_TRUE(setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
-                prctl(PR_SET_DUMPABLE, 1) == 0);
-    const std::string told = Told(RunInPrivateRoot({tree.path(), {}, {}, GetParam()}, [] {
-      EXPECT_EQ(getuid(), 0u);
-      ExpectRootCanBeChanged();
-      return HasFailure();
-    }));
-    // The runtimes of ThreadSanitizer and of the emulator start a thread of their own.
-    EXPECT_TRUE(told == "0" || told == "private root: the process has a second thread") << told;
-    _exit(HasFailure());
-  }
-  int status = -1;
-  waitpid(user, &status, 0);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(Describe(tree.path()), before);
 }
 
 TEST(private_root, status_or_error_tells_how_it_ended) {

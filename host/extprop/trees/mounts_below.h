@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "host/sandbox/private_root.h"
+
+namespace extprop {
+
+// Returns the layers that show `directory` at `place` with all that is mounted below it. What is
+// mounted at or below /proc, /sys and /dev of it is the workstation's own and left out.
+//
+// An ordinary user cannot lay an overlay over a directory that has mounts of root's below it: then
+// the directories on the way to the mounts are left to be made, and what else they hold are layers.
+android::base::Result<std::vector<sandbox::Layer>> LayersOf(const std::string& place,
+                                                            const std::string& directory);
+
+}  // namespace extprop
