@@ -101,8 +101,13 @@ Step Describe(const PlannedStep& planned) {
 Result<void> KeepTree(int keep_fd, bool had_proc) {
   unique_fd root(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
   if (root < 0) return ErrnoError() << "cannot reach the resulting tree";
-  return sandbox::CopyTree(
-      root, keep_fd, had_proc ? std::vector<std::string>{} : std::vector<std::string>{"proc"});
+  std::vector<std::string> excluded, unreadable;
+  if (!had_proc) excluded.emplace_back("proc");
+  Result<void> copied = sandbox::CopyTree(root, keep_fd, excluded, &unreadable);
+  for (const std::string& path : unreadable) {
+    fprintf(stderr, "extprop: warning: not kept, as it cannot be read: /%s\n", path.c_str());
+  }
+  return copied;
 }
 
 // Ends the child of a boot that takes too long, and says what it waits for.
@@ -182,7 +187,7 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
     return Error() << "this library does not tell the lines that it reads";
   }
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
-  Result<std::string> record = RunInTree(plan.tree, [&]() -> Result<std::string> {
+  Result<std::string> record = RunInTree(plan.device, [&]() -> Result<std::string> {
     for (const LaidFile& file : plan.laid) Lay(file);
     std::string played = Pack(PlayHost(plan, *factory));
     if (plan.keep_fd < 0) return played;

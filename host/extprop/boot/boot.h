@@ -9,6 +9,7 @@
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/library.h"
 #include "host/extprop/boot/loaders.h"
+#include "host/extprop/trees/device_tree.h"
 
 namespace extprop {
 
@@ -27,7 +28,8 @@ struct LaidFile {
 };
 
 struct BootPlan {
-  std::string tree;     // the device's files; never changed
+  std::string tree;     // the device's files, as the user named them; never changed
+  DeviceTree device;    // the same, opened
   std::string library;  // the path of libextproperty.so; empty to find it
   Properties properties;
   std::vector<PlannedStep> steps;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <functional>
 
 #include "host/extprop/boot/property_input.h"
@@ -101,6 +100,9 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
       command->add_option("DIR", options->tree, "The device's files: an extracted system image")
           ->required()
           ->type_name("");
+  AddRepeated(command, "--partition",
+              "Where a partition lies that is not in DIR: a directory or an image", "NAME=DIR|IMG",
+              [options](const std::string& value) { options->partitions.push_back(value); });
   AddRepeated(command, "--props", "Properties to boot with: a build.prop, or what getprop prints",
               "FILE",
               [options](const std::string& value) { options->property_files.push_back(value); });
@@ -130,15 +132,14 @@ Result<BootOptions> ParseBootOptions(int argc, char** argv) {
 }
 
 Result<BootPlan> MakePlan(const BootOptions& options) {
-  std::error_code ignored;
-  if (!std::filesystem::is_directory(options.tree, ignored)) {
-    return Error() << options.tree << ": not a directory";
-  }
+  Result<DeviceTree> device = OpenTree(options.tree, options.partitions);
+  if (!device.ok()) return device.error();
   if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
     return ErrnoError() << "--library " << options.library;
   }
   BootPlan plan;
   plan.tree = options.tree;
+  plan.device = std::move(*device);
   plan.library = options.library;
   for (const std::string& file : options.property_files) {
     Result<void> read = ReadProperties(file, &plan.properties);

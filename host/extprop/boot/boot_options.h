@@ -18,6 +18,7 @@ namespace extprop {
 // What the command line says about a boot, as it stands there.
 struct BootOptions {
   std::string tree;
+  std::vector<std::string> partitions;  // NAME=DIR|IMG
   std::string library;
   std::vector<std::string> property_files;
   std::vector<std::string> assignments;

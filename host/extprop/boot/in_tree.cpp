@@ -44,11 +44,11 @@ int RunChild(const std::function<Result<std::string>()>& work) {
 
 }  // namespace
 
-Result<std::string> RunInTree(const std::string& tree,
+Result<std::string> RunInTree(const DeviceTree& tree,
                               const std::function<Result<std::string>()>& work) {
   unique_fd outcome(memfd_create("outcome", MFD_CLOEXEC));
   if (outcome < 0) return ErrnoError() << "cannot make room for the outcome";
-  Result<int> status = sandbox::RunInPrivateRoot({tree}, [&] {
+  Result<int> status = sandbox::RunInPrivateRoot(tree.root, [&] {
     outcome_fd = outcome.get();
     return RunChild(work);
   });

@@ -104,7 +104,7 @@ Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
   const LibraryFunctions library = FindLibraryFunctions(*factory);
-  Result<std::string> found = RunInTree(plan.tree, [&] { return FindKeys(library).dump(); });
+  Result<std::string> found = RunInTree(plan.device, [&] { return FindKeys(library).dump(); });
   if (!found.ok()) return found.error();
   return json::parse(*found).get<std::vector<CarrierKey>>();
 }
