@@ -5,7 +5,7 @@
 
 #include <android-base/logging.h>
 
-#include "host/extprop/loaders.h"
+#include "host/extprop/boot/loaders.h"
 #include "host/platform/system_properties.h"
 #include "host/sandbox/private_root.h"
 #include "utils/property_file_parser.h"

@@ -36,7 +36,8 @@ constexpr std::string_view kImportPrefix = "import ";
 std::atomic<PropertyFileObserver*> current_observer{nullptr};
 
 bool IsSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
+  // Most bytes are decided by the first comparison.
+  return c <= ' ' && (c == ' ' || (c >= '\t' && c <= '\r'));
 }
 
 std::string_view TrimLeft(std::string_view text) {
@@ -138,7 +139,8 @@ void PropertyFileLoad::ParseLine(std::string_view line, std::string_view filter)
 
 // Later values win, so that a later line, import or file overrides an earlier one.
 void PropertyFileLoad::Merge(std::string_view name, std::string_view value) {
-  auto [entry, inserted] = properties_->try_emplace(std::string(name), value);
+  // The one copy of the name is made where it stays, in the map's node.
+  auto [entry, inserted] = properties_->emplace(name, value);
   if (inserted) return Tell(Outcome::kSet, name, value);
   if (entry->second == value) return Tell(Outcome::kSameAgain, name, value);
   Tell(Outcome::kReplaced, name, value, entry->second);
