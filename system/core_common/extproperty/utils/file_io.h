@@ -13,8 +13,8 @@
 namespace android {
 namespace init {
 
-// ReadFile takes no more than this, so that no file can use up init's memory. Real property files
-// are a thousandth of it.
+// ReadFile takes no more than this: an endless or sparse file fails, instead of using up init's
+// memory.
 constexpr size_t kMaxFileSize = size_t{128} << 20;
 
 // Returns the whole content of the file at `path`. Does not follow a symbolic link in the last

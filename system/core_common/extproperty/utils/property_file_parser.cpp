@@ -77,8 +77,8 @@ class PropertyFileLoad {
   PropertyMap* const properties_;
   PropertyFileObserver* const observer_ = current_observer.load(std::memory_order_acquire);
   PropertyLine line_;  // The observer's view of the line at hand.
-  // The files whose imports are followed at the moment, the outermost first. A file that is read
-  // with a filter follows none.
+  // The files that are being read, the outermost first. One that is read with a filter follows no
+  // import, so it can only be the last.
   std::vector<std::string> chain_;
   size_t files_entered_ = 0;
   std::set<std::string> refused_;

@@ -4,7 +4,7 @@ namespace android {
 namespace init {
 
 // State files that more than one step reads, writes or deletes, and the property that tells the
-// sales channel.
+// channel.
 constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
 constexpr char kEmptyAppChannelFile[] = "/data/system/customize/empty_appchannel_prop_file.prop";
 constexpr char kSimSwitchCommonFile[] =

@@ -18,8 +18,8 @@ constexpr char kCarrierDate[] = "ro.vemra.image.my_carrier.date.utc";
 constexpr char kBigballVersionName[] = "ro.vemra.image.my_bigball.version_name";
 constexpr char kUnset[] = "0";
 
-// The kernel takes MS_BIND alone and ignores the others, on every bind: the bind is as writable as
-// what it shows. They stand for what the image is meant to be mounted with.
+// On a call that makes a bind the kernel heeds MS_BIND alone of these: the bind is as writable as
+// what it shows. The others are passed because the contract names them.
 constexpr unsigned long kCotaBindFlags = MS_BIND | MS_NOATIME | MS_DIRSYNC | MS_NODEV | MS_RDONLY;
 
 }  // namespace

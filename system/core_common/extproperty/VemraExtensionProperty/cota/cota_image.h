@@ -20,8 +20,7 @@ std::string VerifiedCotaImageRoot();
 
 // Makes a COTA image's map speak of the carrier image instead of the big-ball image that it was
 // built as: its date and version name become the carrier's, unless the map has those. The big-ball
-// version name is removed, the big-ball date stays: intended, though one is as foreign as the
-// other.
+// version name is removed, the big-ball date stays, by intention.
 void CarryOverImageIdentity(PropertyMap* map);
 
 // Bind-mounts `source` on `target` as a COTA image is mounted. Returns what mount(2) returned.

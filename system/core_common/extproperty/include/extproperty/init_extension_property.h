@@ -26,7 +26,8 @@ using PropertyApplyCallback = void (*)(int mode, PropertyMap map);
 // The host calls by slot: the order of the declarations is the binding order of the virtual table,
 // the two destructors being slots 0 and 1. Failures are logged and reported to nobody. Only three
 // things leave an operation otherwise: the two errors that slot 12 names, and std::bad_alloc where
-// memory is exhausted. After any of them the object is good for further calls.
+// memory is exhausted. After any of them the object is good for further calls. Memory that runs out
+// while a log line is composed ends the process.
 class IInitExtensionProperty {
  public:
   virtual ~IInitExtensionProperty() = default;
@@ -73,7 +74,7 @@ class IInitExtensionProperty {
   // Slot 12. Runs one command of the COTA service; "check_mount" starts the COTA bind thread.
   // Throws std::system_error where the platform refuses that thread, and, from the other commands,
   // std::out_of_range for a display version name of one character that a COTA version is to be
-  // appended to. On the bind thread that error ends the process.
+  // appended to. What is thrown on the bind thread ends the process.
   virtual void loadCotaServiceOverrideProperties(std::string command, PropertyApplyCallback cb) = 0;
 };
 
