@@ -18,7 +18,8 @@ enum class FileLoad { kMissing, kLoaded, kFailed };
 FileLoad LoadPropertyFileIfPresent(const std::string& path, const char* failure_text,
                                    PropertyMap* map);
 
-// Returns true where there is certainly nothing at `path`. False also where the system cannot tell.
+// Returns true where there is certainly no file at `path`, nor behind a link there. False also
+// where the system cannot tell.
 bool IsKnownToBeMissing(const char* path);
 
 // Returns the value of `name` in `map`, or null where the map does not hold it. The map owns the

@@ -13,9 +13,9 @@
 namespace android {
 namespace init {
 
-// ReadFile takes no more than this: an endless or sparse file fails, instead of using up init's
-// memory.
-constexpr size_t kMaxFileSize = size_t{128} << 20;
+// ReadFile takes no more than this: an endless file fails, instead of using up init's memory. It is
+// more than a thousand times the size of a real property file.
+constexpr size_t kMaxFileSize = size_t{64} << 20;
 
 // Returns the whole content of the file at `path`. Does not follow a symbolic link in the last
 // component. Fails with "open() failed" or "Unable to read file contents", the latter also (EFBIG)

@@ -1,5 +1,6 @@
 #include "utils/property_file_parser.h"
 
+#include <errno.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -81,6 +82,7 @@ class PropertyFileLoad {
   // import, so it can only be the last.
   std::vector<std::string> chain_;
   size_t files_entered_ = 0;
+  size_t bytes_read_ = 0;
   std::set<std::string> refused_;
 };
 
@@ -89,6 +91,9 @@ bool PropertyFileLoad::Load(const std::string& filename, std::string_view filter
   ++files_entered_;
   if (observer_ != nullptr) observer_->EnterFile(filename, filter, properties_);
   const Result<std::string> content = ReadFile(filename);
+  bytes_read_ += content.ok()                      ? content->size()
+                 : content.error().code() == EFBIG ? kMaxFileSize
+                                                   : 0;
   if (!content.ok()) {
     if (observer_ != nullptr) observer_->LeaveFile(content.error().message());
     LOG(WARNING) << "Couldn't load property file '" << filename << "': " << content.error();
@@ -177,6 +182,7 @@ void PropertyFileLoad::Import(std::string_view argument) {
 const char* PropertyFileLoad::ReasonToRefuse(const std::string& path,
                                              std::string_view filter) const {
   if (files_entered_ >= kMaxFilesPerLoad) return "import refused, too many files: ";
+  if (bytes_read_ >= kMaxBytesPerLoad) return "import refused, too much read: ";
   if (chain_.size() >= kMaxImportDepth) return "import refused, nested too deep: ";
   // With a filter the file is read but its imports are not followed: it closes no circle.
   const bool circle =

@@ -7,6 +7,7 @@
 #include <android-base/result.h>
 
 #include "extproperty/init_extension_property.h"
+#include "utils/file_io.h"
 
 // The one reader of property files (build.prop format). docs/property_files.md describes the
 // format.
@@ -15,10 +16,12 @@ namespace init {
 
 // An import without a filter does not enter a file by the path that it is being read by already,
 // and one outermost call enters files at most kMaxImportDepth deep (itself included) and
-// kMaxFilesPerLoad in all. An import that is refused for that is logged at ERROR with its path,
-// once per outermost call, and skipped; everything else is loaded.
+// kMaxFilesPerLoad in all, and none after it has read kMaxBytesPerLoad. An import that is refused
+// for that is logged at ERROR with its path, once per outermost call, and skipped; everything else
+// is loaded.
 constexpr size_t kMaxImportDepth = 128;
 constexpr size_t kMaxFilesPerLoad = 4096;
+constexpr size_t kMaxBytesPerLoad = kMaxFileSize;
 
 // Adds the properties of the file `filename` to `properties`, following its imports. A name that
 // the map holds with another value gets the new value, with a warning: later lines, imports and

@@ -13,7 +13,7 @@ constexpr char kCarrierVersionName[] = "ro.vemra.image.my_carrier.version_name";
 bool SplitAtLast(const std::string& text, char separator, std::string* head, std::string* tail);
 
 // Returns the part of a version name after its last "-", or the whole name where SplitAtLast finds
-// none. The part is empty for a name that ends in "-".
+// none. The part is empty for a name of two bytes or more that ends in "-".
 std::string DisplayPartOfVersionName(const std::string& version_name);
 
 }  // namespace init

@@ -63,7 +63,7 @@ void ConvertLegacyKey(const std::string& nv_key, const std::string& ssv_key,
   } else {
     RemoveIncompleteFirstFile();
   }
-  if (IsKnownToBeMissing(kNoneClearMarker) && IsTrue(map, kNoneClearSwitchFirst)) {
+  if (access(kNoneClearMarker, F_OK) != 0 && IsTrue(map, kNoneClearSwitchFirst)) {
     WriteStateFile(kNoneClearMarker, "1", "Unable to write first_switch_none_clear ");
   }
   for (const char* path : {kSimSwitchFirstFile.path, kNoneClearMarker, kSimSwitchConvertFile}) {

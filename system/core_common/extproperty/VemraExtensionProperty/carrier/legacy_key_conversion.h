@@ -17,9 +17,8 @@ bool IsLegacyKeyConverted(const PropertyMap& map);
 // Derives the first SIM-switch key from the boot carrier or a legacy key and writes it to the first
 // file, which must not be there; then, only if that was written whole, marks the conversion as
 // done. A first file that could not be written whole is removed, so that the next boot converts.
-// Writes nothing where no mapping file knows a key. `map` tells whether the key is to survive a
-// clearing of the device. The key itself is not returned: it is read back from the file. Failures
-// are logged.
+// Writes nothing where no mapping file knows a key. `map` tells whether the none-clear marker is
+// written too. The key itself is not returned: it is read back from the file. Failures are logged.
 void ConvertLegacyKey(const std::string& nv_key, const std::string& ssv_key,
                       const PropertyMap& map);
 

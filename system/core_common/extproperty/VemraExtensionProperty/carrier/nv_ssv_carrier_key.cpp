@@ -66,8 +66,11 @@ void find_nv_ssv_target_key(std::string key, std::string mapping_file_name, std:
 void load_old_nv_key(std::string* nv_key, std::string* nv_target_key) {
   const std::string key = ReadNvKey();
   if (key.empty()) return;
+  std::string target;
+  find_nv_ssv_target_key(key, kNvToTargetMapping, &target);
+  // Both at last: a key without its translation would be taken for one that has none.
   nv_key->append(key);
-  find_nv_ssv_target_key(key, kNvToTargetMapping, nv_target_key);
+  *nv_target_key = target;
 }
 
 void read_old_ssv_key(std::string* ssv_key) {

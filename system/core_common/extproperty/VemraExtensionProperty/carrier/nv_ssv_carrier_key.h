@@ -4,7 +4,7 @@
 
 // The legacy carrier keys, kept in NV storage and in the reserve partition, and the partitions'
 // mapping files that translate them. An empty key is an unknown one. The outputs belong to the
-// caller; failures are logged and leave them as they are.
+// caller; failures are logged.
 namespace android {
 namespace init {
 

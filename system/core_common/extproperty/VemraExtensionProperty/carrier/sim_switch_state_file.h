@@ -32,7 +32,8 @@ extern const SimSwitchStateFile kSimSwitchCurrentFile;
 std::string StateFileContent(const char* property, const std::string& key);
 
 // Where the state file exists, adds its property to `map` and puts its key into `*key`. A file in
-// the old format, the bare key, is rewritten as a property file; its text, untrimmed, is the key.
+// the old format, the bare key, is rewritten as a property file, unless `map` holds the property
+// already; its text, untrimmed, is the key.
 // What fails is logged and leaves `*key` as it was, except that a key whose file could not be
 // rewritten still counts.
 void LoadOrUpgradeStateFile(const SimSwitchStateFile& file, PropertyMap* map, std::string* key);

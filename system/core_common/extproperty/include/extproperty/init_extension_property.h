@@ -24,10 +24,10 @@ using PropertyMap = std::map<std::string, std::string>;
 using PropertyApplyCallback = void (*)(int mode, PropertyMap map);
 
 // The host calls by slot: the order of the declarations is the binding order of the virtual table,
-// the two destructors being slots 0 and 1. Failures are logged and reported to nobody. Only three
-// things leave an operation otherwise: the two errors that slot 12 names, and std::bad_alloc where
-// memory is exhausted. After any of them the object is good for further calls. Memory that runs out
-// while a log line is composed ends the process.
+// the two destructors being slots 0 and 1. Failures are at most logged, and reported to nobody.
+// Only three things leave an operation otherwise: the two errors that slot 12 names, and
+// std::bad_alloc where memory is exhausted. After any of them the object is good for further calls.
+// Memory that runs out while a log line is composed ends the process.
 class IInitExtensionProperty {
  public:
   virtual ~IInitExtensionProperty() = default;
@@ -75,6 +75,9 @@ class IInitExtensionProperty {
   // Throws std::system_error where the platform refuses that thread, and, from the other commands,
   // std::out_of_range for a display version name of one character that a COTA version is to be
   // appended to. What is thrown on the bind thread ends the process.
+  //
+  // The bind thread reads the carrier keys that slots 6, 9 and 10 write, and takes no lock: while
+  // it may serve a request, the host calls none of them, nor a command that does what is requested.
   virtual void loadCotaServiceOverrideProperties(std::string command, PropertyApplyCallback cb) = 0;
 };
 
