@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,15 @@ struct Ending {
   std::string value;   // empty where the property is unset
   std::string place;   // as in Setting; empty where nothing sets the property
   std::string loader;  // empty where none is concerned
+  std::string note;    // what else is to be known: a value that init refused, or the directory
+                       // whose own order decides; empty where nothing is
 };
+
+using Endings = std::map<std::string, Ending>;  // by name
+
+// Returns what the boot ends with for every property that it leaves set or that anything sets. The
+// places are known for records of plans that ask for lines.
+Endings EndingsOf(const BootRecord& record);
 
 struct Difference {
   std::string name;
@@ -22,8 +31,8 @@ struct Difference {
   Ending b;
 };
 
-// Returns the properties that the boots leave with other values, by name. The places are known for
-// records of plans that ask for attribution.
+// Returns the properties that have other values in the one than in the other, by name.
+std::vector<Difference> Compare(const Endings& a, const Endings& b);
 std::vector<Difference> Compare(const BootRecord& a, const BootRecord& b);
 
 nlohmann::json ToJson(const std::vector<Difference>& differences);

@@ -1,5 +1,6 @@
 #include "host/extprop/explain/history.h"
 
+#include <android-base/strings.h>
 #include <fnmatch.h>
 
 #include <nlohmann/json.hpp>
@@ -10,8 +11,6 @@
 namespace extprop {
 
 namespace {
-
-using History = std::vector<Setting>;
 
 constexpr size_t kNone = ~size_t{0};
 
@@ -225,8 +224,9 @@ class Historian {
 
 }  // namespace
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, inputs)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, place, file, line, step, loader, mode, value, won,
-                                   why)
+                                   why, refused, carrier, directory_order, inputs)
 
 nlohmann::json ToJson(const Setting& setting) {
   return setting;
@@ -238,6 +238,12 @@ nlohmann::json ToJson(const History& history) {
 
 std::map<std::string, History> Histories(const BootRecord& record) {
   return Historian(record).Result();
+}
+
+std::string DependsOnOrder(const Setting& setting) {
+  return setting.directory_order.empty() ? ""
+                                         : "depends on the directory's order: " +
+                                               android::base::Join(setting.directory_order, ", ");
 }
 
 const Setting* Winner(const History& history) {
