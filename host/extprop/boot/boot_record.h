@@ -63,6 +63,7 @@ struct FileEvent {
   std::string path;
   int error = 0;         // errno; 0 where it succeeded
   bool existed = false;  // whether something was there before a kWrite
+  std::string content;   // the first bytes of what was read for its text, not for its properties
   FileState after;       // at the end of the step, for kWrite, kMkdir and kChown
 };
 
@@ -119,10 +120,12 @@ constexpr std::size_t kNoImporter = ~std::size_t{0};
 // One reading of a property file, in the order in which they began.
 struct PropertyFile {
   std::string path;
+  std::string device_path;             // where the device's files have it: see DevicePaths
   std::string filter;                  // of the import that led to it
   std::string error;                   // why it could not be read; empty where it could
   std::size_t step = 0;                // an index into the record's steps
   std::size_t importer = kNoImporter;  // an index into the same list; none for a loader's own file
+  std::size_t map = 0;                 // a number for the map that its properties went into
 };
 
 struct BootRecord {
@@ -154,10 +157,10 @@ constexpr auto FieldsOf(const FileState*) {
                          std::pair("gid", &FileState::gid));
 }
 constexpr auto FieldsOf(const FileEvent*) {
-  return std::make_tuple(std::pair("op", &FileEvent::op), std::pair("path", &FileEvent::path),
-                         std::pair("error", &FileEvent::error),
-                         std::pair("existed", &FileEvent::existed),
-                         std::pair("after", &FileEvent::after));
+  return std::make_tuple(
+      std::pair("op", &FileEvent::op), std::pair("path", &FileEvent::path),
+      std::pair("error", &FileEvent::error), std::pair("existed", &FileEvent::existed),
+      std::pair("content", &FileEvent::content), std::pair("after", &FileEvent::after));
 }
 constexpr auto FieldsOf(const MountEvent*) {
   return std::make_tuple(
@@ -190,9 +193,10 @@ constexpr auto FieldsOf(const FileChange*) {
 }
 constexpr auto FieldsOf(const PropertyFile*) {
   return std::make_tuple(
-      std::pair("path", &PropertyFile::path), std::pair("filter", &PropertyFile::filter),
-      std::pair("error", &PropertyFile::error), std::pair("step", &PropertyFile::step),
-      std::pair("importer", &PropertyFile::importer));
+      std::pair("path", &PropertyFile::path), std::pair("device_path", &PropertyFile::device_path),
+      std::pair("filter", &PropertyFile::filter), std::pair("error", &PropertyFile::error),
+      std::pair("step", &PropertyFile::step), std::pair("importer", &PropertyFile::importer),
+      std::pair("map", &PropertyFile::map));
 }
 constexpr auto FieldsOf(const BootRecord*) {
   return std::make_tuple(

@@ -62,6 +62,14 @@ FileState StateOf(const std::string& path) {
   return state;
 }
 
+// Leaves the place where the library reads next alone. Nothing of what has no places, as a pipe.
+std::string FirstBytes(int fd) {
+  std::string bytes(4096, '\0');
+  const ssize_t count = pread(fd, bytes.data(), bytes.size(), 0);
+  bytes.resize(count < 0 ? 0 : static_cast<size_t>(count));
+  return bytes;
+}
+
 bool Same(const FileState& one, const FileState& other) {
   return one.type == other.type && one.mode == other.mode && one.uid == other.uid &&
          one.gid == other.gid;
@@ -175,9 +183,17 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (!failed) error = 0;
   switch (call.call) {
-    case watch::Call::kOpen:
-      return AddFile(ForWriting(call) ? FileOp::kWrite : FileOp::kRead, call, error);
+    case watch::Call::kOpen: {
+      const bool writes = ForWriting(call);
+      AddFile(writes ? FileOp::kWrite : FileOp::kRead, call, error);
+      if (!writes && !failed && inside.empty()) {
+        std::get<FileEvent>(record_.steps.back().events.back().what).content =
+            FirstBytes(static_cast<int>(result));
+      }
+      return;
+    }
     case watch::Call::kMount:
+      if (!failed) paths_.AddMount(call.source, call.path);
       return Add(MountEvent{call.source, call.path, call.flags, error});
     case watch::Call::kPropertySet:
       Add(PropertySet{call.path, call.source, value_before, failed});
@@ -235,16 +251,25 @@ std::string Recorder::Refusal(const std::string& name, const std::string& value)
 }
 
 void Recorder::EnterFile(std::string_view path, std::string_view filter,
-                         const android::init::PropertyMap* /*properties*/) {
+                         const android::init::PropertyMap* properties) {
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_) return inside.push_back(kNoImporter);
   PropertyFile file;
   file.path = path;
+  file.device_path = paths_.Find(file.path);
   file.filter = filter;
   file.step = record_.steps.empty() ? 0 : record_.steps.size() - 1;
   if (!inside.empty()) file.importer = inside.back();
+  file.map = inside.empty() ? NumberOf(properties) : record_.property_files[inside.back()].map;
   inside.push_back(record_.property_files.size());
   record_.property_files.push_back(std::move(file));
+}
+
+// A map that holds nothing yet is a new one, even where an earlier one stood.
+size_t Recorder::NumberOf(const android::init::PropertyMap* map) {
+  size_t& number = maps_[map];
+  if (number == 0 || map->empty()) number = ++map_count_;
+  return number;
 }
 
 void Recorder::LeaveFile(std::string_view error) {

@@ -11,6 +11,7 @@
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/boot/device_paths.h"
 #include "host/extprop/boot/library_functions.h"
 #include "host/watch/platform_calls.h"
 
@@ -74,6 +75,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
   void Receive(int mode, android::init::PropertyMap&& map);
+  size_t NumberOf(const android::init::PropertyMap* map);
   std::string Refusal(const std::string& name, const std::string& value) const;
   void CloseStep();
   void FindChanges();
@@ -89,6 +91,9 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   std::string opening_;  // a path, while the library opens it
   int reading_ = -1;     // a descriptor, while the library reads from it
   std::map<std::string, Snapshot> touched_;
+  DevicePaths paths_;
+  std::map<const android::init::PropertyMap*, size_t> maps_;  // their numbers
+  size_t map_count_ = 0;
   pid_t bind_thread_ = 0;
   size_t requests_served_ = 0;
 };
