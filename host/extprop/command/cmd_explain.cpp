@@ -1,14 +1,20 @@
 #include <fnmatch.h>
+#include <sys/stat.h>
+
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <array>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/boot/nearest_names.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/history.h"
+#include "host/extprop/explain/unread_settings.h"
 #include "host/extprop/render/render_text.h"
 
 namespace extprop {
@@ -17,27 +23,38 @@ namespace {
 
 using android::base::Result;
 using nlohmann::json;
+using Asked = std::map<std::string, History>;  // by name
 
 std::string HowHandedOver(const Setting& setting) {
   std::string mode = "mode " + std::to_string(setting.mode);
   if (setting.mode == kFilledMap) mode = "filled map";
   if (setting.mode == kNotHandedOver) mode = "-";
-  if (setting.mode == kSetDirectly) return setting.loader;
-  return setting.loader + ", " + mode;
+  if (setting.loader.empty()) return setting.mode == kNotHandedOver ? mode : "";
+  return setting.mode == kSetDirectly ? setting.loader : setting.loader + ", " + mode;
 }
 
 std::string Outcome(const Setting& setting) {
   if (!setting.won) return setting.why;
+  if (!setting.directory_order.empty()) return DependsOnOrder(setting);
   return setting.value.empty() ? "clears it" : "wins";
 }
 
-void Print(const std::string& name, const std::vector<Setting>& history) {
+void PrintOrigins(const std::string& carrier, const std::vector<Origin>& inputs,
+                  const std::string& indent) {
+  if (!carrier.empty()) std::cout << indent << Visible(carrier) << '\n';
+  for (const Origin& input : inputs) {
+    std::cout << indent << "from " << Visible(input.name) << ": [" << Visible(input.value) << "]  "
+              << Visible(input.place) << '\n';
+    PrintOrigins(input.carrier, input.inputs, indent + "  ");
+  }
+}
+
+void Print(const std::string& name, const History& history) {
   const char* bold = ColourWanted() ? "\033[1m" : "";
   const char* plain = ColourWanted() ? "\033[0m" : "";
   const Setting* winner = Winner(history);
   const std::string value = winner == nullptr ? "unset" : "[" + Visible(winner->value) + "]";
-  std::cout << bold << '[' << Visible(name) << "]: " << value << plain
-            << (history.empty() ? ": no file or rule sets it\n" : "\n");
+  std::cout << bold << '[' << Visible(name) << "]: " << value << plain << '\n';
   std::array<size_t, 3> widths = {};
   std::vector<std::array<std::string, 3>> rows;
   for (const Setting& setting : history) {
@@ -49,40 +66,72 @@ void Print(const std::string& name, const std::vector<Setting>& history) {
     std::cout << (history[row].won ? "  * " : "    ") << std::left;
     for (size_t i = 0; i < 3; ++i)
       std::cout << std::setw(static_cast<int>(widths[i])) << rows[row][i];
-    std::cout << Outcome(history[row]) << '\n';
+    std::cout << Visible(Outcome(history[row])) << '\n';
+    PrintOrigins(history[row].carrier, history[row].inputs, "        ");
   }
+}
+
+void PrintJson(const Asked& asked, const std::vector<std::string>& nearest) {
+  json properties = json::array();
+  for (const auto& [name, history] : asked) {
+    const Setting* winner = Winner(history);
+    properties.push_back({{"name", name},
+                          {"value", winner == nullptr ? "" : winner->value},
+                          {"settings", ToJson(history)}});
+  }
+  std::cout << JsonText({{"properties", properties}, {"nearest", nearest}}) << '\n';
+}
+
+bool IsAsked(const std::string& pattern, const std::string& name) {
+  return name == pattern || fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+}
+
+// Where no DIR is given, the first argument is the name.
+bool IsForgottenName(const Options& options) {
+  struct stat status;
+  return options.boot.tree == "." && stat(options.name.c_str(), &status) == 0 &&
+         S_ISDIR(status.st_mode);
+}
+
+std::string NothingSets(const Options& options, const UnreadSettings& unread,
+                        const std::vector<std::string>& nearest) {
+  std::string text = "no file or rule sets " + options.name;
+  if (!unread.whole) text += ", as far as the first files below the partitions tell";
+  if (!nearest.empty()) text += "; the nearest are " + android::base::Join(nearest, ", ");
+  return text;
 }
 
 }  // namespace
 
 int Explain(const Options& options) {
+  if (IsForgottenName(options)) {
+    return Fail(kBadInput, options.name + " is a directory: the NAME before it is missing");
+  }
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
   plan->lines = true;
   Result<BootRecord> record = RunBoot(*plan);
   if (!record.ok()) return Fail(kFailed, record.error().message());
+  Result<UnreadSettings> unread = FindUnreadSettings(*plan, *record, options.name);
+  if (!unread.ok()) return Fail(kFailed, unread.error().message());
 
-  std::map<std::string, std::vector<Setting>> histories = Histories(*record);
-  for (auto entry = histories.begin(); entry != histories.end();) {
-    const bool asked =
-        entry->first == options.name || fnmatch(options.name.c_str(), entry->first.c_str(), 0) == 0;
-    entry = asked ? std::next(entry) : histories.erase(entry);
+  Asked asked;
+  for (auto& [name, history] : Histories(*record)) {
+    unread->names.insert(name);
+    if (IsAsked(options.name, name)) asked[name] = std::move(history);
   }
-  if (histories.empty()) histories[options.name];
+  for (Setting& setting : unread->settings) asked[setting.name].push_back(std::move(setting));
+  std::vector<std::string> nearest;
+  if (asked.empty()) nearest = NearestNames(options.name, unread->names);
   if (options.json) {
-    json properties = json::array();
-    for (const auto& [name, history] : histories) {
-      const Setting* winner = Winner(history);
-      properties.push_back({{"name", name},
-                            {"value", winner == nullptr ? "" : winner->value},
-                            {"settings", ToJson(history)}});
-    }
-    std::cout << JsonText({{"properties", properties}}) << '\n';
+    PrintJson(asked, nearest);
   } else {
-    for (const auto& [name, history] : histories) Print(name, history);
+    for (const auto& [name, history] : asked) Print(name, history);
   }
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
-  return ReportStep(kFailed, *record);
+  const int completed = ReportStep(kFailed, *record);
+  if (completed != kSuccess || !asked.empty()) return completed;
+  return Fail(kFailed, NothingSets(options, *unread, nearest));
 }
 
 }  // namespace extprop

@@ -1,44 +1,29 @@
 #include "host/extprop/explain/history.h"
 
 #include <android-base/strings.h>
-#include <fnmatch.h>
 
+#include <algorithm>
+#include <deque>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 #include <utility>
 
 #include "host/extprop/boot/recorder.h"
+#include "host/extprop/explain/carrier_key_origin.h"
+#include "host/extprop/explain/computed_value.h"
+#include "host/extprop/explain/read_maps.h"
 
 namespace extprop {
 
 namespace {
 
-constexpr size_t kNone = ~size_t{0};
+using android::base::StartsWith;
 
-// What the library computes by itself, told by the hand-over that it comes in. These are names for
-// what no file explains, and decide nothing.
-struct Rule {
-  int mode;
-  const char* name;  // a glob
-  bool alone;        // nothing else is in the hand-over
-  bool unset;        // the property was unset before
-  const char* text;
-};
-
-constexpr Rule kRules[] = {
-    {kFilledMap, "ro.vemra.cust.ver", false, false, "default customisation version"},
-    {2, "persist.sys.vemra.company.ota.version.backup", true, false, "company update marker"},
-    {2, "*", false, false, "channel restore"},
-    {0, "ro.vendor.vemra.exp.version", true, false, "special property"},
-    {0, "ro.vemra.customize.display.version_name", true, true, "special property"},
-    {0, "ro.vemra.customize.display.version_name", true, false, "display version name"},
-    {0, "ro.vemra.internet.force.connect", true, true, "forced connection"},
-    {0, "ro.sys.customize.flashback.company", false, true, "no flashback file"},
-};
-
-// What a COTA image's identity is carried over to, and from.
-constexpr const char* kIdentities[][2] = {
-    {"ro.vemra.image.my_carrier.date.utc", "ro.vemra.image.my_bigball.date.utc"},
-    {"ro.vemra.image.my_carrier.version_name", "ro.vemra.image.my_bigball.version_name"}};
+constexpr const char* kFirstFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file";
+constexpr const char* kCurrentFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file";
+constexpr const char* kConvertFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_convert_file";
+constexpr const char* kForceConnectFile =
+    "/mnt/vendor/vemrareserve/system/ssv/force_connect_internet_prop_file";
 
 std::string LoaderOf(const Step& step) {
   return (step.post ? "post " : "") + step.name +
@@ -49,29 +34,28 @@ std::string LostTo(const Setting& loser, const Setting& winner) {
   std::string how = "overridden by ";
   if (winner.value == loser.value) how = "set again, to the same, by ";
   if (winner.value.empty()) how = "cleared by ";
-  return how + winner.place + (winner.loader == loser.loader ? "" : " (" + winner.loader + ")");
+  return how + winner.place +
+         (winner.loader == loser.loader || winner.loader.empty() ? "" : " (" + winner.loader + ")");
 }
 
-// Makes that setting the one that the property has its value from.
-void Decide(History* history, size_t index) {
-  Setting& winner = (*history)[index];
-  for (Setting& setting : *history) {
-    if (setting.won) setting.why = LostTo(setting, winner);
-    setting.won = false;
-  }
-  winner.won = true;
-  winner.why.clear();
+void SetPlace(const std::string& file, unsigned line, Setting* setting) {
+  setting->file = file;
+  setting->line = line;
+  setting->place = file + ":" + std::to_string(line);
 }
 
+// Follows a record from its first event to its last.
 class Historian {
  public:
-  explicit Historian(const BootRecord& record) : record_(record) {
-    for (const auto& [name, value] : record.initial) SetDirectly(name, value, "system property");
+  explicit Historian(const BootRecord& record)
+      : record_(record), carriers_(record.property_files.size()) {
+    TakeInitial();
     for (const Step& step : record.steps) {
       loader_ = LoaderOf(step);
-      if (step.post) SetDirectly(kRequestProperty, step.name, "posted request");
-      for (const Event& event : step.events) Take(event);
-      DropOpenLines("read, but not handed over by " + loader_);
+      if (step.post) SetDirectly(kRequestProperty, step.name, "posted request", "");
+      for (const Event& event : step.events)
+        std::visit([&](const auto& what) { Take(what); }, event.what);
+      DropPendingMaps();
       ++step_;
     }
   }
@@ -79,152 +63,324 @@ class Historian {
   std::map<std::string, History> Result() { return std::move(histories_); }
 
  private:
-  void Take(const Event& event) {
-    if (const auto* line = std::get_if<PropertyLine>(&event.what)) return TakeLine(*line);
-    if (const auto* map = std::get_if<HandOver>(&event.what)) return TakeHandOver(*map);
-    if (const auto* mount = std::get_if<MountEvent>(&event.what)) return TakeMount(*mount);
-    const auto* set = std::get_if<PropertySet>(&event.what);
-    if (set != nullptr && !set->refused) SetDirectly(set->name, set->value, "set by the library");
-  }
+  // By name, where in its history a map's latest line is.
+  using Latest = std::unordered_map<std::string_view, size_t>;
 
-  void TakeMount(const MountEvent& mount) {
-    if (mount.error == 0) mounts_.insert(mounts_.begin(), {mount.target + "/", mount.source + "/"});
-  }
-
-  // Where the device's files have what a bind mount shows.
-  std::string BelowMounts(const std::string& path) const {
-    for (const auto& [target, source] : mounts_) {
-      if (path.compare(0, target.size(), target) == 0) return source + path.substr(target.size());
+  void TakeInitial() {
+    for (const Entry& entry : record_.refused)
+      SetDirectly(entry.name, entry.value, "system property", entry.refused);
+    for (const auto& [name, value] : record_.initial) {
+      // init loads the stored ones later, and that is an event.
+      const bool stored = StartsWith(name, "persist.") && !record_.steps.empty();
+      if (!stored) SetDirectly(name, value, "system property", "");
     }
-    return path;
   }
 
-  void TakeLine(const PropertyLine& line) {
-    const bool filtered = line.outcome == LineOutcome::kFiltered;
+  void Take(const LogLine& /*line*/) {}
+  void Take(const MountEvent& /*mount*/) {}
+
+  void Take(const PropertySet& set) {
+    SetDirectly(set.name, set.value, "set by the library",
+                set.refused ? "the property service refused it" : "");
+  }
+
+  void Take(const FileEvent& file) {
+    if (file.error != 0) return;
+    if (file.op == FileOp::kRead) return TakeRead(file);
+    if (file.op == FileOp::kWrite) TakeWrite(file);
+  }
+
+  // The whole content of a state file of the old format is the key.
+  void TakeRead(const FileEvent& file) {
+    keys_.TakeRead(file);
+    const bool first = file.path == kFirstFile;
+    if (file.content.empty() || (!first && file.path != kCurrentFile)) return;
+    if (last_map_ == nullptr || record_.property_files[last_file_].path != file.path) return;
+    bare_keys_.push_back({last_file_, 1, LineOutcome::kSet,
+                          first ? "sys.sim.switch.first" : "sys.sim.switch.current", file.content,
+                          file.content});
+    Hold(bare_keys_.back(), nullptr, last_map_);
+  }
+
+  void TakeWrite(const FileEvent& file) {
+    Setting source;
+    if (file.existed && (file.path == kFirstFile || file.path == kCurrentFile)) {
+      SetPlace(file.path, 1, &source);
+    } else if (file.path == kFirstFile) {
+      const Origin first = keys_.ConvertedFirstKey();
+      const size_t colon = first.place.rfind(':');
+      SetPlace(first.place.substr(0, colon),
+               static_cast<unsigned>(std::stoul("0" + first.place.substr(colon + 1))), &source);
+      source.carrier = "converted in this boot";
+      source.inputs = first.inputs;
+    } else if (file.path == kConvertFile) {
+      source.place = "rule: legacy key conversion";
+      source.inputs = keys_.ConvertedFirstKey().inputs;
+    } else if (file.path == kForceConnectFile) {
+      source.place = "rule: forced connection";
+    } else {
+      return;
+    }
+    written_[file.path] = source;
+  }
+
+  void Take(const PropertyLine& line) {
+    const PropertyFile& outermost = OutermostFile(record_, line.file);
+    ReadMap& map = maps_[outermost.map];
+    if (map.held.empty()) map.kind = KindOfMap(outermost.path);
+    const auto outermost_index = static_cast<size_t>(&outermost - record_.property_files.data());
+    if (outermost_index != last_file_ || last_map_ == nullptr) EnterOutermost(outermost_index);
+    last_map_ = &map;
     const bool sets = line.outcome == LineOutcome::kSet || line.outcome == LineOutcome::kReplaced ||
                       line.outcome == LineOutcome::kSameAgain;
-    if (!sets && !filtered) return;
-    const std::string file = BelowMounts(record_.property_files[line.file].path);
-    const std::string place = file + ":" + std::to_string(line.line);
-    const size_t index = Add(line.name, line.value, place, kNotHandedOver);
-    Setting& setting = histories_[line.name][index];
-    setting.file = file;
-    setting.line = line.line;
-    if (filtered) setting.why = "kept out by the filter of the import";
-    if (!filtered) open_[line.name].push_back(index);
+    if (!sets && line.outcome != LineOutcome::kFiltered) return;
+    const PropertyFile& file = record_.property_files[line.file];
+    if (map.kind == ReadMap::Kind::kMapping) {
+      const std::string place = file.device_path + ":" + std::to_string(line.line);
+      if (sets) keys_.TakeMappingLine(outermost.path, line.name, line.value, place);
+      return;
+    }
+    const auto written = written_.find(file.path);
+    Hold(line, written == written_.end() ? nullptr : &written->second, &map);
   }
 
-  void TakeHandOver(const HandOver& hand_over) {
+  void EnterOutermost(size_t index) {
+    const std::string& path = record_.property_files[index].path;
+    const bool again = last_map_ != nullptr && record_.property_files[last_file_].path == path;
+    carriers_[index] = keys_.ChainFor(path, again);
+    last_file_ = index;
+  }
+
+  static void Hold(const PropertyLine& line, const Setting* written, ReadMap* map) {
+    map->lines.push_back({&line, written});
+    map->pending = true;
+    if (line.outcome != LineOutcome::kFiltered) map->held[line.name] = &line;
+  }
+
+  void Take(const HandOver& hand_over) {
+    if (hand_over.mode == kStoredProperties) return TakeStored(hand_over);
+    ReadMap* map = FindHandedOver(hand_over, &maps_);
+    Latest latest;
+    if (map != nullptr) latest = AddLines(map, &hand_over);
+    std::vector<std::pair<const Entry*, size_t>> taken;
     for (const Entry& entry : hand_over.entries) {
-      TakeEntry(hand_over, entry);
-      open_.erase(entry.name);
+      const size_t index = FindTaken(entry, map, latest);
+      taken.emplace_back(&entry, index != kNone ? index : AddComputed(hand_over, entry, latest));
     }
-    // An ordinary hand-over may leave lines to a later one; the company update and what follows it
-    // do not.
-    if (hand_over.mode > 0) DropOpenLines("dropped by the company update: not in mode 1");
+    for (const auto& [entry, index] : taken) Settle(*entry, index);
   }
 
-  void TakeEntry(const HandOver& hand_over, const Entry& entry) {
+  void TakeStored(const HandOver& hand_over) {
+    const std::string loader = std::exchange(loader_, "");
+    for (const Entry& entry : hand_over.entries)
+      SetDirectly(entry.name, entry.value, "stored property", entry.refused);
+    loader_ = loader;
+  }
+
+  // Adds what went into the map since it was handed over last to the histories. Null: it is not
+  // handed over.
+  Latest AddLines(ReadMap* map, const HandOver* hand_over) {
+    Latest latest;
+    for (const auto& [line, written] : map->lines) {
+      const bool filtered = line->outcome == LineOutcome::kFiltered;
+      const bool carried = hand_over != nullptr && FindEntry(*hand_over, line->name) != nullptr;
+      if (map->kind == ReadMap::Kind::kInfoFile && !carried) continue;
+      Setting setting = SettingOf(*line, written);
+      if (carried && !filtered) setting.mode = hand_over->mode;
+      setting.why = filtered ? "kept out by the filter of the import"
+                             : WhyNotHandedOver(OutermostFile(record_, line->file), line->name);
+      History& history = histories_[line->name];
+      if (!filtered) {
+        const auto [before, first] = latest.try_emplace(line->name, history.size());
+        if (!first) {
+          history[before->second].why = LostTo(history[before->second], setting);
+          before->second = history.size();
+        }
+      }
+      history.push_back(std::move(setting));
+    }
+    if (hand_over != nullptr) FindDirectoryOrder(*map, latest);
+    map->lines.clear();
+    map->pending = false;
+    return latest;
+  }
+
+  Setting SettingOf(const PropertyLine& line, const Setting* written) const {
+    const PropertyFile& outermost = OutermostFile(record_, line.file);
+    Setting setting;
+    if (written != nullptr) {
+      setting = *written;
+    } else {
+      SetPlace(record_.property_files[line.file].device_path, line.line, &setting);
+      setting.carrier = carriers_[static_cast<size_t>(&outermost - record_.property_files.data())];
+    }
+    setting.name = line.name;
+    setting.value = line.value;
+    setting.step = step_;
+    setting.loader = loader_;
+    return setting;
+  }
+
+  std::string WhyNotHandedOver(const PropertyFile& outermost, const std::string& name) const {
+    if (StartsWith(outermost.path, "/my_company/") && loader_ == "persist" &&
+        StartsWith(name, "ro."))
+      return "dropped by the company update: not in mode 1";
+    if (name == kCarriedOverName) return "carried over to the carrier image's, and taken out";
+    return "read, but not handed over by " + loader_;
+  }
+
+  // Marks what depends on the order in which a directory lists its files.
+  void FindDirectoryOrder(const ReadMap& map, const Latest& latest) {
+    // By name and directory, the last line of each file.
+    std::map<std::pair<std::string_view, std::string>, std::map<size_t, ReadLine>> last_lines;
+    for (const ReadLine& read : map.lines) {
+      const PropertyFile& outermost = OutermostFile(record_, read.line->file);
+      if (read.line->outcome == LineOutcome::kFiltered) continue;
+      const std::string kind = ParseKeyedPath(outermost.path).kind;
+      if (kind.empty() || kind == "file") continue;
+      const auto index = static_cast<size_t>(&outermost - record_.property_files.data());
+      last_lines[{read.line->name, DirectoryOf(outermost.path)}][index] = read;
+    }
+    for (const auto& [name_and_directory, lines] : last_lines) {
+      const ReadLine& last = lines.rbegin()->second;
+      const bool same = std::all_of(lines.begin(), lines.end(), [&](const auto& each) {
+        return each.second.line->value == last.line->value;
+      });
+      if (!same) MarkDirectoryOrder(lines, latest.at(name_and_directory.first));
+    }
+  }
+
+  void MarkDirectoryOrder(const std::map<size_t, ReadLine>& lines, size_t latest) {
+    std::vector<std::string> places;
+    for (const auto& [file, read] : lines)
+      places.push_back(SettingOf(*read.line, read.written).place);
+    History& history = histories_[lines.begin()->second.line->name];
+    // What another source overrides after all depends on nothing.
+    if (history[latest].place != places.back()) return;
+    history[latest].directory_order = places;
+    for (Setting& setting : history) {
+      const bool loses = &setting != &history[latest] && setting.step == step_ &&
+                         std::find(places.begin(), places.end(), setting.place) != places.end();
+      if (loses) setting.why = DependsOnOrder(history[latest]);
+    }
+  }
+
+  // Returns where in its history the entry's setting is already, if it is.
+  size_t FindTaken(const Entry& entry, const ReadMap* map, const Latest& latest) {
+    if (map == nullptr) return kNone;
+    const auto held = map->held.find(entry.name);
+    if (held == map->held.end() || held->second->value != entry.value) return kNone;
+    const auto index = latest.find(entry.name);
+    if (index != latest.end()) return index->second;
+    // The map was handed over before and takes effect once more.
     History& history = histories_[entry.name];
-    size_t taken = kNone;
-    for (size_t index : open_[entry.name]) {
-      if (history[index].value == entry.value) taken = index;
-    }
-    if (taken == kNone) taken = FindTakenBefore(&history, entry);
-    if (taken == kNone) {
-      taken = Add(entry.name, entry.value, "rule: " + RuleFor(hand_over, entry), hand_over.mode);
-    }
-    history[taken].mode = hand_over.mode;
-    CloseOpenLines(&history, taken);
-    if (!history[taken].won) Decide(&history, taken);
-  }
-
-  // A map may be handed over late or twice: the line of this step that filled it then takes effect
-  // once more.
-  size_t FindTakenBefore(History* history, const Entry& entry) {
-    for (size_t i = history->size(); i-- > 0;) {
-      Setting setting = (*history)[i];
-      if (setting.loader != loader_ || setting.step != step_) break;
-      if (setting.file.empty() || setting.mode == kNotHandedOver) continue;
-      if (setting.value != entry.value) continue;
-      if (setting.won) return i;
-      history->push_back(setting);
-      return history->size() - 1;
+    for (size_t i = history.size(); i-- > 0;) {
+      if (history[i].value != entry.value || history[i].file.empty()) continue;
+      if (history[i].won) return i;
+      history.push_back(Setting(history[i]));
+      return history.size() - 1;
     }
     return kNone;
   }
 
-  // The other lines that went into the map lost to each other and at last to the one taken.
-  void CloseOpenLines(History* history, size_t taken) {
-    const Setting* next = &(*history)[taken];
-    const std::vector<size_t>& open = open_[next->name];
-    for (auto index = open.rbegin(); index != open.rend(); ++index) {
-      Setting& line = (*history)[*index];
-      if (*index == taken) continue;
-      line.mode = next->mode;
-      if (*index > taken) {
-        line.why = "not taken: " + (*history)[taken].place + " is kept";
-      } else {
-        line.why = LostTo(line, *next);
-        next = &line;
+  size_t AddComputed(const HandOver& hand_over, const Entry& entry, const Latest& latest) {
+    const ComputedValue computed = FindComputedValue(hand_over, entry);
+    History& history = histories_[entry.name];
+    if (computed.rule.empty()) {
+      // Read as a property and handed over again, as it was.
+      for (size_t i = 0; i < history.size(); ++i) {
+        if (history[i].won && history[i].value == entry.value) return i;
       }
     }
-  }
-
-  void DropOpenLines(const std::string& why) {
-    for (const auto& [name, open] : open_) {
-      for (size_t index : open) histories_[name][index].why = why;
+    Setting setting = Directly(entry.name, entry.value, computed.rule);
+    if (computed.rule.empty()) setting.place = "rule: computed by " + loader_;
+    setting.mode = hand_over.mode;
+    for (const std::string& names : computed.inputs) {
+      Origin input = InputOf(names, latest);
+      if (input.value.empty()) continue;
+      if (setting.directory_order.empty()) setting.directory_order = input.directory_order;
+      setting.inputs.push_back(std::move(input));
     }
-    open_.clear();
+    histories_[entry.name].push_back(std::move(setting));
+    return histories_[entry.name].size() - 1;
   }
 
-  std::string RuleFor(const HandOver& hand_over, const Entry& entry) {
-    for (const auto& [to, from] : kIdentities) {
-      if (entry.name != to) continue;
-      for (const Setting& source : histories_[from]) {
-        if (source.step != step_ || source.file.empty() || source.value != entry.value) continue;
-        return std::string("carried over from ") + from + " at " + source.place;
-      }
+  // What the map in the making holds comes before what is set.
+  Origin InputOf(const std::string& names, const Latest& latest) {
+    Origin input;
+    for (const std::string& name : android::base::Split(names, "|")) {
+      const auto line = latest.find(name);
+      input = line == latest.end() ? CurrentOrigin(histories_, name)
+                                   : OriginOf(histories_[name][line->second]);
+      if (!input.value.empty()) break;
     }
-    for (const Rule& rule : kRules) {
-      if (rule.mode != hand_over.mode || fnmatch(rule.name, entry.name.c_str(), 0) != 0) continue;
-      if (rule.alone && hand_over.entries.size() != 1) continue;
-      if (!rule.unset || entry.old.empty()) return rule.text;
+    return input;
+  }
+
+  void Settle(const Entry& entry, size_t index) {
+    History& history = histories_[entry.name];
+    if (entry.refused.empty()) return Decide(&history, index);
+    history[index].refused = entry.refused;
+    history[index].why = "refused: " + entry.refused;
+  }
+
+  // Makes that setting the one that the property has its value from.
+  static void Decide(History* history, size_t index) {
+    Setting& winner = (*history)[index];
+    if (winner.won) return;
+    for (Setting& setting : *history) {
+      if (setting.won) setting.why = LostTo(setting, winner);
+      setting.won = false;
     }
-    if (!entry.old.empty() && entry.old == entry.value) return "system property, handed over again";
-    return "computed by " + loader_;
+    winner.won = true;
+    winner.why.clear();
   }
 
-  void SetDirectly(const std::string& name, const std::string& value, const std::string& rule) {
-    const size_t index = Add(name, value, "rule: " + rule, kSetDirectly);
-    Decide(&histories_[name], index);
+  void SetDirectly(const std::string& name, const std::string& value, const std::string& rule,
+                   const std::string& refused) {
+    History& history = histories_[name];
+    history.push_back(Directly(name, value, rule));
+    Settle({name, value, "", refused}, history.size() - 1);
   }
 
-  size_t Add(const std::string& name, const std::string& value, const std::string& place,
-             int mode) {
+  Setting Directly(const std::string& name, const std::string& value,
+                   const std::string& rule) const {
     Setting setting;
     setting.name = name;
-    setting.place = place;
+    setting.place = "rule: " + rule;
     setting.step = step_;
     setting.loader = loader_;
-    setting.mode = mode;
+    setting.mode = kSetDirectly;
     setting.value = value;
-    histories_[name].push_back(std::move(setting));
-    return histories_[name].size() - 1;
+    return setting;
   }
+
+  void DropPendingMaps() {
+    for (auto& [number, map] : maps_) {
+      if (map.pending) AddLines(&map, nullptr);
+    }
+    maps_.clear();
+    last_map_ = nullptr;
+  }
+
+  static constexpr size_t kNone = ~size_t{0};
 
   const BootRecord& record_;
   std::map<std::string, History> histories_;
-  // The lines of the step that no hand-over has held yet.
-  std::map<std::string, std::vector<size_t>> open_;
-  std::vector<std::pair<std::string, std::string>> mounts_;  // target and source, the latest first
+  CarrierKeyOrigins keys_{histories_};
+  ReadMaps maps_;                           // of the step
+  ReadMap* last_map_ = nullptr;             // the one that was read into last
+  size_t last_file_ = 0;                    // and the outermost file that was
+  std::vector<std::string> carriers_;       // by outermost file
+  std::map<std::string, Setting> written_;  // by the boot: what each file was written from
+  std::deque<PropertyLine> bare_keys_;
   size_t step_ = 0;
   std::string loader_;
 };
 
 }  // namespace
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, inputs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, carrier, inputs, directory_order)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, place, file, line, step, loader, mode, value, won,
                                    why, refused, carrier, directory_order, inputs)
 

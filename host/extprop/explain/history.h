@@ -19,8 +19,10 @@ constexpr int kNotHandedOver = -4;  // a line that went no further, or was not r
 struct Origin {
   std::string name;   // of the property, or such as "nv key"
   std::string value;  // empty where it was unset
-  std::string place;  // as in Setting; empty where nothing set it
+  std::string place;  // this and the others are as in Setting; empty where nothing set it
+  std::string carrier;
   std::vector<Origin> inputs;
+  std::vector<std::string> directory_order;
 };
 
 // One place that sets a property, and what became of it.
