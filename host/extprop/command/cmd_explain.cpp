@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <future>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "host/extprop/boot/nearest_names.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/history.h"
+#include "host/extprop/explain/property_search.h"
 #include "host/extprop/explain/unread_settings.h"
 #include "host/extprop/render/render_text.h"
 
@@ -23,7 +25,6 @@ namespace {
 
 using android::base::Result;
 using nlohmann::json;
-using Asked = std::map<std::string, History>;  // by name
 
 std::string HowHandedOver(const Setting& setting) {
   std::string mode = "mode " + std::to_string(setting.mode);
@@ -71,7 +72,8 @@ void Print(const std::string& name, const History& history) {
   }
 }
 
-void PrintJson(const Asked& asked, const std::vector<std::string>& nearest) {
+void PrintJson(const std::map<std::string, History>& asked,
+               const std::vector<std::string>& nearest) {
   json properties = json::array();
   for (const auto& [name, history] : asked) {
     const Setting* winner = Winner(history);
@@ -93,10 +95,22 @@ bool IsForgottenName(const Options& options) {
          S_ISDIR(status.st_mode);
 }
 
-std::string NothingSets(const Options& options, const UnreadSettings& unread,
+// Of the names that the boot knows, and all that are in files.
+std::vector<std::string> Nearest(const std::string& name, const BootPlan& plan,
+                                 const std::map<std::string, History>& histories) {
+  std::set<std::string> names;
+  for (const auto& [known, history] : histories) names.insert(known);
+  Result<FoundLines> everything = FindPropertyLines(plan, "*");
+  if (everything.ok()) {
+    for (FoundLine& line : everything->lines) names.insert(std::move(line.name));
+  }
+  return NearestNames(name, names);
+}
+
+std::string NothingSets(const std::string& name, bool whole,
                         const std::vector<std::string>& nearest) {
-  std::string text = "no file or rule sets " + options.name;
-  if (!unread.whole) text += ", as far as the first files below the partitions tell";
+  std::string text = "no file or rule sets " + name;
+  if (!whole) text += ", as far as the files below the partitions were looked into";
   if (!nearest.empty()) text += "; the nearest are " + android::base::Join(nearest, ", ");
   return text;
 }
@@ -110,19 +124,22 @@ int Explain(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
   plan->lines = true;
+  // Beside the boot, as it needs nothing of it.
+  auto search =
+      std::async(std::launch::async, [&] { return FindPropertyLines(*plan, options.name); });
   Result<BootRecord> record = RunBoot(*plan);
+  Result<FoundLines> lines = search.get();
   if (!record.ok()) return Fail(kFailed, record.error().message());
-  Result<UnreadSettings> unread = FindUnreadSettings(*plan, *record, options.name);
-  if (!unread.ok()) return Fail(kFailed, unread.error().message());
+  if (!lines.ok()) return Fail(kFailed, lines.error().message());
 
-  Asked asked;
-  for (auto& [name, history] : Histories(*record)) {
-    unread->names.insert(name);
+  std::map<std::string, History> asked, histories = Histories(*record);
+  for (auto& [name, history] : histories) {
     if (IsAsked(options.name, name)) asked[name] = std::move(history);
   }
-  for (Setting& setting : unread->settings) asked[setting.name].push_back(std::move(setting));
+  for (Setting& setting : UnreadSettings(lines->lines, *record))
+    asked[setting.name].push_back(std::move(setting));
   std::vector<std::string> nearest;
-  if (asked.empty()) nearest = NearestNames(options.name, unread->names);
+  if (asked.empty()) nearest = Nearest(options.name, *plan, histories);
   if (options.json) {
     PrintJson(asked, nearest);
   } else {
@@ -131,7 +148,7 @@ int Explain(const Options& options) {
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
   const int completed = ReportStep(kFailed, *record);
   if (completed != kSuccess || !asked.empty()) return completed;
-  return Fail(kFailed, NothingSets(options, *unread, nearest));
+  return Fail(kFailed, NothingSets(options.name, lines->whole, nearest));
 }
 
 }  // namespace extprop
