@@ -120,7 +120,7 @@ constexpr std::size_t kNoImporter = ~std::size_t{0};
 // One reading of a property file, in the order in which they began.
 struct PropertyFile {
   std::string path;
-  std::string device_path;             // where the device's files have it: see DevicePaths
+  std::string device_path;             // where the device's files have it: see PathOrigins
   std::string filter;                  // of the import that led to it
   std::string error;                   // why it could not be read; empty where it could
   std::size_t step = 0;                // an index into the record's steps

@@ -193,7 +193,7 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
       return;
     }
     case watch::Call::kMount:
-      if (!failed) paths_.AddMount(call.source, call.path);
+      if (!failed) path_origins_.AddMount(call.source, call.path);
       return Add(MountEvent{call.source, call.path, call.flags, error});
     case watch::Call::kPropertySet:
       Add(PropertySet{call.path, call.source, value_before, failed});
@@ -256,7 +256,7 @@ void Recorder::EnterFile(std::string_view path, std::string_view filter,
   if (finished_) return inside.push_back(kNoImporter);
   PropertyFile file;
   file.path = path;
-  file.device_path = paths_.Find(file.path);
+  file.device_path = path_origins_.Find(file.path);
   file.filter = filter;
   file.step = record_.steps.empty() ? 0 : record_.steps.size() - 1;
   if (!inside.empty()) file.importer = inside.back();

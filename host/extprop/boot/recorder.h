@@ -11,8 +11,8 @@
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/boot/device_paths.h"
 #include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/path_origins.h"
 #include "host/watch/platform_calls.h"
 
 namespace extprop {
@@ -91,7 +91,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   std::string opening_;  // a path, while the library opens it
   int reading_ = -1;     // a descriptor, while the library reads from it
   std::map<std::string, Snapshot> touched_;
-  DevicePaths paths_;
+  PathOrigins path_origins_;
   std::map<const android::init::PropertyMap*, size_t> maps_;  // their numbers
   size_t map_count_ = 0;
   pid_t bind_thread_ = 0;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <future>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -100,9 +99,9 @@ std::vector<std::string> Nearest(const std::string& name, const BootPlan& plan,
                                  const std::map<std::string, History>& histories) {
   std::set<std::string> names;
   for (const auto& [known, history] : histories) names.insert(known);
-  Result<FoundLines> everything = FindPropertyLines(plan, "*");
-  if (everything.ok()) {
-    for (FoundLine& line : everything->lines) names.insert(std::move(line.name));
+  Result<PropertySearch> search = PropertySearch::Begin(plan, "*");
+  if (search.ok()) {
+    for (FoundLine& line : search->Finish({}).lines) names.insert(std::move(line.name));
   }
   return NearestNames(name, names);
 }
@@ -124,19 +123,17 @@ int Explain(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
   plan->lines = true;
-  // Beside the boot, as it needs nothing of it.
-  auto search =
-      std::async(std::launch::async, [&] { return FindPropertyLines(*plan, options.name); });
+  Result<PropertySearch> search = PropertySearch::Begin(*plan, options.name);
+  if (!search.ok()) return Fail(kFailed, search.error().message());
   Result<BootRecord> record = RunBoot(*plan);
-  Result<FoundLines> lines = search.get();
   if (!record.ok()) return Fail(kFailed, record.error().message());
-  if (!lines.ok()) return Fail(kFailed, lines.error().message());
+  const FoundLines unread = search->Finish(KnownFiles(*record));
 
   std::map<std::string, History> asked, histories = Histories(*record);
   for (auto& [name, history] : histories) {
     if (IsAsked(options.name, name)) asked[name] = std::move(history);
   }
-  for (Setting& setting : UnreadSettings(lines->lines, *record))
+  for (Setting& setting : UnreadSettings(unread.lines, *record))
     asked[setting.name].push_back(std::move(setting));
   std::vector<std::string> nearest;
   if (asked.empty()) nearest = Nearest(options.name, *plan, histories);
@@ -148,7 +145,7 @@ int Explain(const Options& options) {
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
   const int completed = ReportStep(kFailed, *record);
   if (completed != kSuccess || !asked.empty()) return completed;
-  return Fail(kFailed, NothingSets(options.name, lines->whole, nearest));
+  return Fail(kFailed, NothingSets(options.name, unread.whole, nearest));
 }
 
 }  // namespace extprop

@@ -1,38 +1,23 @@
 #include "host/extprop/explain/property_search.h"
 
-#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <memory>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
-#include "host/extprop/boot/in_tree.h"
-#include "host/extprop/boot/library_functions.h"
-#include "host/extprop/boot/pack.h"
+#include "host/extprop/boot/library.h"
 #include "host/extprop/explain/read_maps.h"
 
 namespace extprop {
-
-constexpr auto FieldsOf(const FoundLine*) {
-  return std::make_tuple(std::pair("name", &FoundLine::name), std::pair("value", &FoundLine::value),
-                         std::pair("file", &FoundLine::file), std::pair("line", &FoundLine::line),
-                         std::pair("root", &FoundLine::root),
-                         std::pair("image", &FoundLine::image));
-}
-
-constexpr auto FieldsOf(const FoundLines*) {
-  return std::make_tuple(std::pair("lines", &FoundLines::lines),
-                         std::pair("whole", &FoundLines::whole));
-}
 
 namespace {
 
@@ -70,134 +55,22 @@ class Listener : public android::init::PropertyFileObserver {
                       line.outcome == LineOutcome::kSameAgain;
     // The filter that keeps the parser from following imports makes names of some.
     if (!sets || StartsWith(line.name, "import ")) return;
-    FoundLine found;
-    found.name = line.name;
-    found.value = line.value;
-    found.line = static_cast<unsigned>(line.number);
-    lines_.push_back(std::move(found));
+    lines_.push_back(
+        {{}, static_cast<unsigned>(line.number), std::string(line.name), std::string(line.value)});
   }
 
  private:
   std::vector<FoundLine> lines_;
 };
 
-// Works in the private root.
-class Search {
- public:
-  Search(const LibraryFunctions& library, const std::string& name)
-      : library_(library), name_(name), literal_(LiteralPart(name)) {
-    android::base::SetLogger([](auto...) {});  // what it says of these files, a boot says
-    library.KSSI_OBSERVE_PropertyFiles(&listener_);
-  }
+bool IsGlob(const std::string& name) {
+  return name.find_first_of("*?[") != std::string::npos;
+}
 
-  FoundLines Run(const Properties& properties) {
-    for (const std::string& root : *library_.ExtensionPartitionRoots) LookBelow(root, false);
-    for (const char* root : {"/my_company", "/my_carrier"}) LookBelow(root, false);
-    for (const std::string& root : ImageRoots(properties)) LookBelow(root, true);
-    if (name_.find_first_of("*?[") != std::string::npos) return std::move(found_);
-    for (const auto* files : {&kStateFiles, &kInfoFiles}) {
-      for (const std::string& file : *files) LookInto(AT_FDCWD, file.c_str(), file, false);
-    }
-    return std::move(found_);
-  }
-
- private:
-  std::vector<std::string> ImageRoots(const Properties& properties) {
-    std::vector<std::string> roots;
-    const auto root = properties.find(kImageRoot);
-    if (root != properties.end()) roots.push_back(root->second);
-    for (const std::string& path : kInfoFiles) {
-      for (const FoundLine& entry : Parse(path)) {
-        if (entry.name == kImageRoot || entry.name == "mount_point") roots.push_back(entry.value);
-      }
-    }
-    return roots;
-  }
-
-  void LookBelow(const std::string& path, bool image) {
-    std::string root;
-    if (!StartsWith(path, "/") || !android::base::Realpath(path, &root) || root == "/") return;
-    for (const std::string& known : roots_) {
-      if (root == known || StartsWith(root, known + "/")) return;
-    }
-    roots_.push_back(root);
-    Walk(unique_fd(open(root.c_str(), kDirectory)), root, image);
-  }
-
-  // Links are not followed: the library reads none, and files they lead to are found by themselves.
-  void Walk(unique_fd descriptor, const std::string& directory, bool image) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(
-        android::base::Fdopendir(std::move(descriptor)), closedir);
-    if (stream == nullptr) return;
-    const int here = dirfd(stream.get());
-    while (const dirent* entry = readdir(stream.get())) {
-      const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      if (++entries_ > kMaxEntries) {
-        found_.whole = false;
-        return;
-      }
-      const std::string path = directory + "/" + entry->d_name;
-      if (TypeOf(here, *entry) == DT_DIR)
-        Walk(unique_fd(openat(here, entry->d_name, kDirectory)), path, image);
-      if (EndsWith(name, ".prop") && KindOfMap(path) != ReadMap::Kind::kMapping)
-        LookInto(here, entry->d_name, path, image);
-    }
-  }
-
-  static unsigned char TypeOf(int directory, const dirent& entry) {
-    if (entry.d_type != DT_UNKNOWN) return entry.d_type;
-    struct stat about;
-    const bool known = fstatat(directory, entry.d_name, &about, AT_SYMLINK_NOFOLLOW) == 0;
-    return known && S_ISDIR(about.st_mode) ? DT_DIR : DT_REG;
-  }
-
-  // Most files do not have the name at all, and reading is cheaper than parsing.
-  void LookInto(int directory, const char* name, const std::string& path, bool image) {
-    if (!literal_.empty()) {
-      const unique_fd file(openat(directory, name, kFile));
-      if (file < 0 || !ReadInto(file)) return;
-      if (std::string_view(content_.data(), size_).find(literal_) == std::string_view::npos) return;
-    }
-    for (FoundLine& found : Parse(path)) {
-      if (found.name != name_ && fnmatch(name_.c_str(), found.name.c_str(), 0) != 0) continue;
-      found.file = path;
-      if (!roots_.empty() && StartsWith(path, roots_.back() + "/")) found.root = roots_.back();
-      found.image = image;
-      found_.lines.push_back(std::move(found));
-    }
-  }
-
-  bool ReadInto(const unique_fd& file) {
-    for (size_ = 0;;) {
-      if (content_.size() - size_ < 4096) content_.resize(content_.size() * 2);
-      const size_t room = content_.size() - size_;
-      const ssize_t count = read(file, content_.data() + size_, room);
-      if (count < 0 || size_ > kMaxFileSize) return false;
-      size_ += static_cast<size_t>(count);
-      if (static_cast<size_t>(count) < room) return true;
-    }
-  }
-
-  // Imports are not followed: what they name is a file of its own.
-  std::vector<FoundLine> Parse(const std::string& path) {
-    android::init::PropertyMap ignored;
-    struct stat about;
-    if (lstat(path.c_str(), &about) != 0 || !S_ISREG(about.st_mode)) return {};
-    library_.load_properties_from_file_without_se(path.c_str(), "*", &ignored);
-    return listener_.Take();
-  }
-
-  const LibraryFunctions& library_;
-  const std::string name_;
-  const std::string literal_;
-  Listener listener_;
-  std::vector<std::string> roots_;
-  size_t entries_ = 0;
-  std::string content_ = std::string(1 << 16, '\0');
-  size_t size_ = 0;  // of what is in `content_`
-  FoundLines found_;
-};
+// Where the plan's device has its files.
+std::vector<sandbox::Layer> LayersOf(const BootPlan& plan) {
+  return {{"/", plan.tree}};
+}
 
 }  // namespace
 
@@ -216,7 +89,96 @@ const std::vector<std::string> kStateFiles = {
     "/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file",
     "/mnt/vendor/vemrareserve/system/flag/flashback.cfg"};
 
-Result<FoundLines> FindPropertyLines(const BootPlan& plan, const std::string& name) {
+// Reads and compares only: the library has a thread of its own to serve. Most files do not have the
+// name at all, and reading is cheaper than parsing.
+class PropertySearch::Walk {
+ public:
+  Walk(const DevicePaths& paths, const std::string& name)
+      : paths_(paths), text_(LiteralPart(name)) {}
+
+  void LookBelow(const std::string& path, bool image) {
+    if (!StartsWith(path, "/")) return;
+    const std::string root = paths_.WithoutLinks(path), source = paths_.OnWorkstation(root);
+    for (const std::string& known : roots_) {
+      if (root == known || StartsWith(root, known + "/")) return;
+    }
+    if (root == "/" || source.empty()) return;
+    roots_.push_back(root);
+    LookIntoDirectory(unique_fd(open(source.c_str(), kDirectory)), {root, source, root, image});
+  }
+
+  void LookInto(const std::string& path) {
+    const std::string root = paths_.WithoutLinks(path);
+    LookIntoFile(AT_FDCWD, {root, paths_.OnWorkstation(root), "", false});
+  }
+
+  Files Take() { return std::move(found_); }
+
+ private:
+  // Links are not followed: the library reads none, and files they lead to are found by themselves.
+  void LookIntoDirectory(unique_fd descriptor, const DeviceFile& directory) {
+    if (descriptor < 0) return;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(
+        android::base::Fdopendir(std::move(descriptor)), closedir);
+    if (stream == nullptr) return;
+    const int here = dirfd(stream.get());
+    while (const dirent* entry = readdir(stream.get())) {
+      const std::string name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      found_.whole = found_.whole && ++entries_ <= kMaxEntries;
+      if (!found_.whole) return;
+      const bool is_directory = IsDirectory(here, *entry);
+      if (!is_directory && !EndsWith(name, ".prop")) continue;
+      const DeviceFile file = {directory.path + "/" + name, directory.source + "/" + name,
+                               directory.root, directory.image};
+      if (is_directory) {
+        LookIntoDirectory(unique_fd(openat(here, entry->d_name, kDirectory)), file);
+      } else if (KindOfMap(file.path) != ReadMap::Kind::kMapping) {
+        LookIntoFile(here, file);
+      }
+    }
+  }
+
+  static bool IsDirectory(int directory, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+    struct stat about;
+    return fstatat(directory, entry.d_name, &about, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(about.st_mode);
+  }
+
+  void LookIntoFile(int directory, const DeviceFile& file) {
+    if (file.source.empty()) return;
+    const char* name = file.source.c_str();
+    if (directory != AT_FDCWD) name += file.source.rfind('/') + 1;
+    const unique_fd descriptor(openat(directory, name, kFile));
+    if (descriptor >= 0 && Holds(descriptor)) found_.files.push_back(file);
+  }
+
+  bool Holds(const unique_fd& file) {
+    size_t size = 0;
+    for (ssize_t count = 1; count > 0; size += static_cast<size_t>(count)) {
+      if (size == content_.size()) content_.resize(size * 2);
+      count = read(file, content_.data() + size, content_.size() - size);
+      if (count < 0 || size > kMaxFileSize) return false;
+      const bool at_end = size + static_cast<size_t>(count) < content_.size();
+      if (at_end) return Has(size + static_cast<size_t>(count));
+    }
+    return Has(size);
+  }
+
+  bool Has(size_t size) const {
+    return text_.empty() || memmem(content_.data(), size, text_.data(), text_.size()) != nullptr;
+  }
+
+  const DevicePaths paths_;
+  const std::string text_;
+  std::vector<std::string> roots_;
+  size_t entries_ = 0;
+  std::string content_ = std::string(1 << 16, '\0');
+  Files found_;
+};
+
+Result<PropertySearch> PropertySearch::Begin(const BootPlan& plan, const std::string& name) {
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
   const LibraryFunctions library = FindLibraryFunctions(*factory);
@@ -224,10 +186,63 @@ Result<FoundLines> FindPropertyLines(const BootPlan& plan, const std::string& na
       library.KSSI_OBSERVE_PropertyFiles == nullptr || library.ExtensionPartitionRoots == nullptr) {
     return Error() << "this library does not offer its parser";
   }
-  Result<std::string> bytes =
-      RunInTree(plan.tree, [&] { return Pack(Search(library, name).Run(plan.properties)); });
-  if (!bytes.ok()) return bytes.error();
-  return Unpack<FoundLines>(*bytes);
+  PropertySearch search(library, name);
+  const DevicePaths paths(LayersOf(plan));
+  const std::vector<std::string> images = search.ImageRoots(paths, plan.properties);
+  search.search_ = std::async(std::launch::async, [=] {
+    Walk walk(paths, name);
+    for (const std::string& root : *library.ExtensionPartitionRoots) walk.LookBelow(root, false);
+    for (const char* root : {"/my_company", "/my_carrier"}) walk.LookBelow(root, false);
+    for (const std::string& root : images) walk.LookBelow(root, true);
+    if (IsGlob(name)) return walk.Take();
+    for (const auto* files : {&kStateFiles, &kInfoFiles}) {
+      for (const std::string& file : *files) walk.LookInto(file);
+    }
+    return walk.Take();
+  });
+  return search;
+}
+
+FoundLines PropertySearch::Finish(const std::set<std::string>& known) {
+  const Files files = search_.get();
+  FoundLines found;
+  found.whole = files.whole;
+  for (const DeviceFile& file : files.files) {
+    if (known.count(file.path) != 0) continue;
+    for (FoundLine& line : Parse(file)) {
+      if (line.name != name_ && fnmatch(name_.c_str(), line.name.c_str(), 0) != 0) continue;
+      line.file = file;
+      found.lines.push_back(std::move(line));
+    }
+  }
+  return found;
+}
+
+std::vector<std::string> PropertySearch::ImageRoots(const DevicePaths& paths,
+                                                    const Properties& properties) const {
+  std::vector<std::string> roots;
+  const auto root = properties.find(kImageRoot);
+  if (root != properties.end()) roots.push_back(root->second);
+  for (const std::string& path : kInfoFiles) {
+    for (const FoundLine& line : Parse({path, paths.OnWorkstation(path), "", false})) {
+      if (line.name == kImageRoot || line.name == "mount_point") roots.push_back(line.value);
+    }
+  }
+  return roots;
+}
+
+// With a filter the parser follows no imports: what they name is a file of its own.
+std::vector<FoundLine> PropertySearch::Parse(const DeviceFile& file) const {
+  struct stat about;
+  if (lstat(file.source.c_str(), &about) != 0 || !S_ISREG(about.st_mode)) return {};
+  // What it says of these files, it says in a boot.
+  const android::base::ScopedLogSeverity quiet(android::base::FATAL);
+  Listener listener;
+  library_.KSSI_OBSERVE_PropertyFiles(&listener);
+  android::init::PropertyMap ignored;
+  library_.load_properties_from_file_without_se(file.source.c_str(), "*", &ignored);
+  library_.KSSI_OBSERVE_PropertyFiles(nullptr);
+  return listener.Take();
 }
 
 }  // namespace extprop

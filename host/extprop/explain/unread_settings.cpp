@@ -32,19 +32,18 @@ class WhatWasRead {
     }
   }
 
-  // Empty where it was read and is in the histories.
+  // Empty where the line was handed over.
   std::string WhyNot(const FoundLine& line) const {
-    if (files_.count(line.file) != 0) {
-      const bool left = IsIn(kInfoFiles, line.file) && !IsHandedOver(line.name);
-      return left ? "read, but not handed over: not a name that is taken from this file" : "";
+    const auto& [path, source, root, image] = line.file;
+    if (files_.count(path) != 0) {
+      return IsHandedOver(line.name) ? "" : "read, but not among what is handed over of this file";
     }
-    if (line.root.empty()) return "not read: no step of this boot reads it";
-    if (line.image && !HasAnyBelow(line.root)) return WhyNotImage(line.root);
-    const auto [kind, key] = ParseKeyedPath(line.file);
+    if (root.empty()) return "not read: no step of this boot reads it";
+    if (image && !HasAnyBelow(root)) return WhyNotImage(root);
+    const auto [kind, key] = ParseKeyedPath(path);
     if (!kind.empty()) return WhyNotKeyed(kind, key);
-    if (line.file == line.root + "/build.prop") return "not read: no step of this boot loads it";
-    if (StartsWith(line.file, line.root + "/properties/"))
-      return "not read: no key reaches this directory";
+    if (path == root + "/build.prop") return "not read: no step of this boot loads it";
+    if (StartsWith(path, root + "/properties/")) return "not read: no key reaches this directory";
     return "not read: no file that was read imports it";
   }
 
@@ -96,6 +95,14 @@ class WhatWasRead {
 
 }  // namespace
 
+std::set<std::string> KnownFiles(const BootRecord& record) {
+  std::set<std::string> files;
+  for (const PropertyFile& file : record.property_files) {
+    if (!IsIn(kInfoFiles, file.path)) files.insert(file.device_path);
+  }
+  return files;
+}
+
 std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const BootRecord& record) {
   const WhatWasRead read(record);
   std::vector<Setting> settings;
@@ -105,9 +112,9 @@ std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const B
     if (setting.why.empty()) continue;
     setting.name = line.name;
     setting.value = line.value;
-    setting.file = line.file;
+    setting.file = line.file.path;
     setting.line = line.line;
-    setting.place = line.file + ":" + std::to_string(line.line);
+    setting.place = line.file.path + ":" + std::to_string(line.line);
     settings.push_back(std::move(setting));
   }
   return settings;

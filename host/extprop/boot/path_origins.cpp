@@ -1,11 +1,11 @@
-#include "host/extprop/boot/device_paths.h"
+#include "host/extprop/boot/path_origins.h"
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
 namespace extprop {
 
-std::string DevicePaths::Find(const std::string& path) {
+std::string PathOrigins::Find(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return path;
   const std::string directory = path.substr(0, slash + 1);
@@ -23,7 +23,7 @@ std::string DevicePaths::Find(const std::string& path) {
   return real;
 }
 
-void DevicePaths::AddMount(const std::string& source, const std::string& target) {
+void PathOrigins::AddMount(const std::string& source, const std::string& target) {
   std::string real;
   if (!android::base::Realpath(target, &real)) return;
   const std::string from = Find(source + "/");

@@ -9,7 +9,7 @@ namespace extprop {
 
 // Where the device's files have what a path leads to at the moment: links are followed, and the
 // bind mounts made since are undone. Two paths of one file come to the same.
-class DevicePaths {
+class PathOrigins {
  public:
   // The path itself where it leads nowhere. A link at its very end is not followed, as the library
   // follows none there.
