@@ -96,9 +96,9 @@ bool IsForgottenName(const Options& options) {
 
 // Of the names that the boot knows, and all that are in files.
 std::vector<std::string> Nearest(const std::string& name, const BootPlan& plan,
-                                 const std::map<std::string, History>& histories) {
+                                 const BootRecord& record) {
   std::set<std::string> names;
-  for (const auto& [known, history] : histories) names.insert(known);
+  for (const auto& [known, history] : Histories(record)) names.insert(known);
   Result<PropertySearch> search = PropertySearch::Begin(plan, "*");
   if (search.ok()) {
     for (FoundLine& line : search->Finish({}).lines) names.insert(std::move(line.name));
@@ -129,14 +129,15 @@ int Explain(const Options& options) {
   if (!record.ok()) return Fail(kFailed, record.error().message());
   const FoundLines unread = search->Finish(KnownFiles(*record));
 
-  std::map<std::string, History> asked, histories = Histories(*record);
-  for (auto& [name, history] : histories) {
-    if (IsAsked(options.name, name)) asked[name] = std::move(history);
+  const auto is_asked = [&](const std::string& name) { return IsAsked(options.name, name); };
+  std::map<std::string, History> asked;
+  for (auto& [name, history] : Histories(*record, is_asked)) {
+    if (is_asked(name)) asked[name] = std::move(history);
   }
   for (Setting& setting : UnreadSettings(unread.lines, *record))
     asked[setting.name].push_back(std::move(setting));
   std::vector<std::string> nearest;
-  if (asked.empty()) nearest = Nearest(options.name, *plan, histories);
+  if (asked.empty()) nearest = Nearest(options.name, *plan, *record);
   if (options.json) {
     PrintJson(asked, nearest);
   } else {

@@ -17,6 +17,7 @@ constexpr const char* kNvSources[] = {"/mnt/vendor/vemrareserve/radio/exp_operat
                                       "/dev/block/platform/bootdevice/by-name/reserve_exp1",
                                       "/dev/block/bootdevice/by-name/reserve_exp1"};
 constexpr const char* kSimActionFile = "/mnt/vendor/vemrareserve/system/ssv/sim_action_file";
+constexpr const char* kBootCarrier = "ro.boot.vmcarrier";
 constexpr const char* kOperatorA = "persist.sys.vemra.operator.opta";
 constexpr const char* kOperatorB = "persist.sys.vemra.operator.optb";
 
@@ -43,6 +44,13 @@ std::string From(const Origin& origin) {
 }
 
 }  // namespace
+
+bool IsCarrierProperty(const std::string& name) {
+  for (const auto& [kind, property] : kKeyProperties) {
+    if (name == property) return true;
+  }
+  return name == kOperatorA || name == kOperatorB || name == kBootCarrier;
+}
 
 std::string DirectoryOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
@@ -115,7 +123,7 @@ Origin CarrierKeyOrigins::Translate(const Mappings& mappings, const std::string&
 }
 
 Origin CarrierKeyOrigins::ConvertedFirstKey() const {
-  Origin boot_carrier = CurrentOrigin(histories_, "ro.boot.vmcarrier");
+  Origin boot_carrier = CurrentOrigin(histories_, kBootCarrier);
   for (const Origin& legacy : {boot_carrier, nv_key_, ssv_key_}) {
     Origin first = Translate(first_keys_, legacy.value);
     if (legacy.value.empty() || first.value.empty()) continue;

@@ -19,6 +19,9 @@ struct KeyedPath {
 // Returns how a partition's file depends on a carrier key; `kind` is empty where it does not.
 KeyedPath ParseKeyedPath(const std::string& path);
 
+// Returns whether the library takes a carrier key, or a part of one, from a property of that name.
+bool IsCarrierProperty(const std::string& name);
+
 // Returns the directory of `path`, without the slash.
 std::string DirectoryOf(const std::string& path);
 

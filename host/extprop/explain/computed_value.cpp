@@ -120,4 +120,13 @@ ComputedValue FindComputedValue(const HandOver& hand_over, const Entry& entry) {
   return {};
 }
 
+bool IsInput(const std::string& name) {
+  for (const Rule& rule : Rules()) {
+    for (const std::string& input : rule.inputs) {
+      if (input.find(name) != std::string::npos) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace extprop

@@ -17,6 +17,9 @@ struct ComputedValue {
 // Tells by the hand-over what made `entry`, which no file's line did.
 ComputedValue FindComputedValue(const HandOver& hand_over, const Entry& entry);
 
+// Returns whether any value is computed from a property of that name.
+bool IsInput(const std::string& name);
+
 // The identity of a COTA image, which is carried over to that of the carrier's.
 constexpr const char* kCarriedOverName = "ro.vemra.image.my_bigball.version_name";
 

@@ -47,8 +47,8 @@ void SetPlace(const std::string& file, unsigned line, Setting* setting) {
 // Follows a record from its first event to its last.
 class Historian {
  public:
-  explicit Historian(const BootRecord& record)
-      : record_(record), carriers_(record.property_files.size()) {
+  Historian(const BootRecord& record, const IsWanted& wanted)
+      : record_(record), wanted_(wanted), carriers_(record.property_files.size()) {
     TakeInitial();
     for (const Step& step : record.steps) {
       loader_ = LoaderOf(step);
@@ -65,6 +65,14 @@ class Historian {
  private:
   // By name, where in its history a map's latest line is.
   using Latest = std::unordered_map<std::string_view, size_t>;
+
+  // What others are computed from, or what carrier keys are, is always followed.
+  bool Wants(const std::string& name) {
+    const auto [known, first] = is_wanted_.try_emplace(name, false);
+    if (first)
+      known->second = !wanted_ || wanted_(name) || IsInput(name) || IsCarrierProperty(name);
+    return known->second;
+  }
 
   void TakeInitial() {
     for (const Entry& entry : record_.refused)
@@ -164,6 +172,7 @@ class Historian {
     if (map != nullptr) latest = AddLines(map, &hand_over);
     std::vector<std::pair<const Entry*, size_t>> taken;
     for (const Entry& entry : hand_over.entries) {
+      if (!Wants(entry.name)) continue;
       const size_t index = FindTaken(entry, map, latest);
       taken.emplace_back(&entry, index != kNone ? index : AddComputed(hand_over, entry, latest));
     }
@@ -182,6 +191,7 @@ class Historian {
   Latest AddLines(ReadMap* map, const HandOver* hand_over) {
     Latest latest;
     for (const auto& [line, written] : map->lines) {
+      if (!Wants(line->name)) continue;
       const bool filtered = line->outcome == LineOutcome::kFiltered;
       const bool carried = hand_over != nullptr && FindEntry(*hand_over, line->name) != nullptr;
       if (map->kind == ReadMap::Kind::kInfoFile && !carried) continue;
@@ -235,7 +245,7 @@ class Historian {
     std::map<std::pair<std::string_view, std::string>, std::map<size_t, ReadLine>> last_lines;
     for (const ReadLine& read : map.lines) {
       const PropertyFile& outermost = OutermostFile(record_, read.line->file);
-      if (read.line->outcome == LineOutcome::kFiltered) continue;
+      if (read.line->outcome == LineOutcome::kFiltered || !Wants(read.line->name)) continue;
       const std::string kind = ParseKeyedPath(outermost.path).kind;
       if (kind.empty() || kind == "file") continue;
       const auto index = static_cast<size_t>(&outermost - record_.property_files.data());
@@ -366,6 +376,8 @@ class Historian {
   static constexpr size_t kNone = ~size_t{0};
 
   const BootRecord& record_;
+  const IsWanted& wanted_;
+  std::unordered_map<std::string_view, bool> is_wanted_;
   std::map<std::string, History> histories_;
   CarrierKeyOrigins keys_{histories_};
   ReadMaps maps_;                           // of the step
@@ -393,7 +405,11 @@ nlohmann::json ToJson(const History& history) {
 }
 
 std::map<std::string, History> Histories(const BootRecord& record) {
-  return Historian(record).Result();
+  return Histories(record, nullptr);
+}
+
+std::map<std::string, History> Histories(const BootRecord& record, const IsWanted& wanted) {
+  return Historian(record, wanted).Result();
 }
 
 std::string DependsOnOrder(const Setting& setting) {

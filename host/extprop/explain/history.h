@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -56,6 +57,11 @@ using History = std::vector<Setting>;
 // effect; at most one of a property won. The record must come from a plan that asks for lines:
 // others know no lines, only rules.
 std::map<std::string, History> Histories(const BootRecord& record);
+
+// The same for the names that `wanted` is true for, at a fraction of the cost; others may be there
+// too.
+using IsWanted = std::function<bool(const std::string& name)>;
+std::map<std::string, History> Histories(const BootRecord& record, const IsWanted& wanted);
 
 // Returns the setting that won, null if none did or it cleared the property.
 const Setting* Winner(const History& history);
