@@ -59,6 +59,7 @@ void PrintSide(const char* mark, const char* colour, const Ending& ending) {
   if (!ending.place.empty()) std::cout << "  " << Visible(ending.place);
   if (!ending.loader.empty()) std::cout << " (" << Visible(ending.loader) << ')';
   std::cout << '\n';
+  if (!ending.note.empty()) std::cout << "      " << Visible(ending.note) << '\n';
 }
 
 }  // namespace
@@ -78,7 +79,7 @@ int Diff(const Options& options) {
   std::vector<Difference> differences = Compare(*a, *b);
   // A phone has many properties that are none of the library's business.
   const auto kept = std::remove_if(differences.begin(), differences.end(), [&](const auto& found) {
-    return phone && found.a.place.empty();
+    return phone && found.a.place.empty() && found.a.note.empty();
   });
   const auto left_out = differences.end() - kept;
   differences.erase(kept, differences.end());

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cwctype>
+#include <utility>
 
 namespace extprop {
 
@@ -35,10 +36,13 @@ std::string LowerCased(std::string text) {
   return text;
 }
 
+// Where it is from, for the end of a sentence.
 std::string From(const Origin& origin) {
   std::string text = origin.place.empty() ? "" : ", from " + origin.place;
+  const char* before = origin.place.empty() ? ", from " : " by ";
   for (const Origin& input : origin.inputs) {
-    text += ", from " + input.name + " " + input.value + From(input);
+    text += std::exchange(before, " and ") + input.name + " " + input.value;
+    text += input.place.empty() ? From(input) : " (" + input.place + ")";
   }
   return text;
 }
@@ -123,8 +127,9 @@ Origin CarrierKeyOrigins::Translate(const Mappings& mappings, const std::string&
 }
 
 Origin CarrierKeyOrigins::ConvertedFirstKey() const {
-  Origin boot_carrier = CurrentOrigin(histories_, kBootCarrier);
-  for (const Origin& legacy : {boot_carrier, nv_key_, ssv_key_}) {
+  // The operator key is the SSV key where the device has no other.
+  for (const Origin& legacy :
+       {CurrentOrigin(histories_, kBootCarrier), nv_key_, ssv_key_, OperatorKey()}) {
     Origin first = Translate(first_keys_, legacy.value);
     if (legacy.value.empty() || first.value.empty()) continue;
     first.inputs.push_back(legacy);
@@ -144,6 +149,16 @@ Origin CarrierKeyOrigins::PropertyOrigin(const std::string& name, const std::str
   return {};
 }
 
+Origin CarrierKeyOrigins::OperatorKey() const {
+  const Origin a = CurrentOrigin(histories_, kOperatorA), b = CurrentOrigin(histories_, kOperatorB);
+  if (a.value.empty() || b.value.empty()) return {};
+  Origin key;
+  key.name = "operator key";
+  key.value = LowerCased(a.value) + "-" + LowerCased(b.value);
+  key.inputs = {a, b};
+  return key;
+}
+
 std::string CarrierKeyOrigins::FileChain(const std::string& key, bool again) const {
   const Origin nv_target = Translate(nv_targets_, nv_key_.value);
   if (!again && !nv_key_.value.empty() && nv_target.value == key) {
@@ -151,10 +166,9 @@ std::string CarrierKeyOrigins::FileChain(const std::string& key, bool again) con
            From(nv_key_);
   }
   if (ssv_key_.value == key) return "for ssv key " + key + From(ssv_key_);
-  const Origin a = CurrentOrigin(histories_, kOperatorA), b = CurrentOrigin(histories_, kOperatorB);
-  if (LowerCased(a.value) + "-" + LowerCased(b.value) != key) return "for key " + key;
-  return "for operator key " + key + ", from " + a.name + " (" + a.place + ") and " + b.name +
-         " (" + b.place + ")";
+  const Origin operator_key = OperatorKey();
+  return operator_key.value == key ? "for operator key " + key + From(operator_key)
+                                   : "for key " + key;
 }
 
 std::string CarrierKeyOrigins::ChainFor(const std::string& path, bool again) const {

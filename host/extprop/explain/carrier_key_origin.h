@@ -41,7 +41,7 @@ class CarrierKeyOrigins {
                        const std::string& value, const std::string& place);
 
   // What a conversion makes the first key from at this moment: the line of the mapping file, as
-  // place, and the legacy key, as input.
+  // place, and the legacy key, as input. Empty where no key is known that maps to one.
   Origin ConvertedFirstKey() const;
 
   // Returns by which key the library reads the outermost property file `path`, as in
@@ -55,6 +55,7 @@ class CarrierKeyOrigins {
   using Mappings = std::vector<std::pair<std::string, Mapping>>;
 
   static Origin Translate(const Mappings& mappings, const std::string& key);
+  Origin OperatorKey() const;
   Origin PropertyOrigin(const std::string& name, const std::string& value) const;
   std::string FileChain(const std::string& key, bool again) const;
 

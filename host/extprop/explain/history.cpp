@@ -117,8 +117,11 @@ class Historian {
     } else if (file.path == kFirstFile) {
       const Origin first = keys_.ConvertedFirstKey();
       const size_t colon = first.place.rfind(':');
-      SetPlace(first.place.substr(0, colon),
-               static_cast<unsigned>(std::stoul("0" + first.place.substr(colon + 1))), &source);
+      source.place = "rule: legacy key conversion";
+      if (colon != std::string::npos) {
+        const unsigned long line = std::stoul(first.place.substr(colon + 1));
+        SetPlace(first.place.substr(0, colon), static_cast<unsigned>(line), &source);
+      }
       source.carrier = "converted in this boot";
       source.inputs = first.inputs;
     } else if (file.path == kConvertFile) {

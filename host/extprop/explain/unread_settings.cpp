@@ -44,6 +44,8 @@ class WhatWasRead {
     if (!kind.empty()) return WhyNotKeyed(kind, key);
     if (path == root + "/build.prop") return "not read: no step of this boot loads it";
     if (StartsWith(path, root + "/properties/")) return "not read: no key reaches this directory";
+    if (path == "/my_company/etc/build.prop" || path == "/mnt/vendor/my_company/etc/build.prop")
+      return "not read: only the special edition's loader, quasar, loads it";
     return "not read: no file that was read imports it";
   }
 

@@ -44,10 +44,8 @@ bool IsThere(const json& setting, const TempTree& tree) {
   if (file.empty()) return !Has("ro.a ro.b persist.a sys.sim.switch.current", name);
   std::string content;
   android::base::ReadFileToString(tree.path() + file, &content);
-  const size_t number = setting["line"];
-  if (number == 0) return content == value;
-  const std::string line = Split(content, "\n").at(number - 1);
-  return Has(line, name) && Has(line, value);
+  const std::string line = Split(content, "\n").at(setting["line"].get<size_t>() - 1);
+  return content == value || (Has(line, name) && Has(line, value));
 }
 
 TEST(ExplainTest, agrees_with_boot_and_with_the_lines_of_random_trees) {
@@ -69,7 +67,7 @@ TEST(ExplainTest, agrees_with_boot_and_with_the_lines_of_random_trees) {
       for (const json& setting : property["settings"]) {
         if (setting["won"]) winners.push_back(setting["value"]);
         EXPECT_NE(setting["won"], setting["why"] != "");
-        EXPECT_FALSE(Has(setting["why"], "not taken"));
+        EXPECT_FALSE(Has(setting["why"], "not handed over by")) << setting;
         EXPECT_TRUE(IsThere(setting, tree)) << setting;
       }
       EXPECT_EQ(winners, value.empty() ? json::array() : json::array({value}));
@@ -102,8 +100,9 @@ TEST_F(CommandTest, explain_tells_why_each_place_lost) {
   * /odm/build.prop:3         [again]    partitions, filled map  wins
     /my_company/build.prop:1  [company]  persist, -              dropped by the company update: not in mode 1
 )");
-  EXPECT_EQ(RunTool("explain ro.x " + tree_.path()).out,
-            "[ro.x]: unset: no file or rule sets it\n");
+  ExpectRefusal(RunTool("explain ro.c " + tree_.path()), 1,
+                "no file or rule sets ro.c; the nearest are ro.a");
+  ExpectRefusal(RunTool("explain odm", "cd " + tree_.path() + " &&"), 2, "the NAME before it");
 }
 
 TEST_F(CommandTest, diff_names_the_cause_on_both_sides_and_tells_by_its_status) {
@@ -119,7 +118,7 @@ TEST_F(CommandTest, diff_names_the_cause_on_both_sides_and_tells_by_its_status) 
             "[x]\n  - unset\n  + [1]  rule: system property\n");
   const json phone = RunJson(diff + "--against " + other / "getprop.txt", "", 1);
   EXPECT_EQ(phone["differences"][0]["b"],
-            (json{{"value", "phone"}, {"place", ""}, {"loader", ""}}));
+            (json{{"value", "phone"}, {"place", ""}, {"loader", ""}, {"note", ""}}));
   EXPECT_EQ(phone["left_out"], 1);
   ExpectRefusal(RunTool(diff), 2, "--against");
   ExpectRefusal(RunTool(diff + "--against /none"), 2, "/none");
@@ -127,36 +126,64 @@ TEST_F(CommandTest, diff_names_the_cause_on_both_sides_and_tells_by_its_status) 
   ExpectRefusal(RunTool(diff + "/none"), 2, "/none: not a directory");
 }
 
-TEST_F(CommandTest, carriers_puts_every_key_in_force_and_leaves_the_tree_alone) {
-  const std::string carrier = "mnt/vendor/my_carrier/";
-  for (const std::string file :
-       {"etc/build.nv", "etc/build.a-b", "etc/build.x", "properties/first/SimSwitchFirstTime/a",
-        "properties/current/SimSwitchCurrentTime/a", "properties/channel/switchCarrierChannel/a"}) {
-    tree_.Write(carrier + file + ".prop", "ro.a=" + file + "\n");
+// A device whose carrier keys come from everywhere, converted in this boot.
+class CarrierTest : public testing::Test {
+ protected:
+  CarrierTest() {
+    tree_.Write("mnt/vendor/vemrareserve/radio/exp_operator_switch.config", "EUQ10007;rev=2");
+    tree_.Write("mnt/vendor/my_carrier/etc/flags.prop", "A=b\nEUQ10007=nv-westtel\n");
+    tree_.Write("odm/etc/nvmap.prop", "EUQ10007=westtel\n");
+    tree_.Write("odm/etc/build.nv-westtel.prop", "ro.nv=1\n");
+    tree_.Write("odm/etc/build.nv-other.prop", "ro.nv=2\n");
+    tree_.Write("odm/properties/westtel/SimSwitchFirstTime/a.prop", "ro.first=a\nro.same=1\n");
+    tree_.Write("odm/properties/westtel/SimSwitchFirstTime/b.prop", "ro.first=b\nro.same=1\n");
+    tree_.Write("odm/properties/westtel/lost.prop", "ro.first=lost\n");
+    tree_.Write("odm/lost.prop", "import /odm/build.prop\nro.vemra.image.my_carrier.type=lost\n");
+    tree_.Write("odm/build.prop",
+                "ro.vemra.image.my_carrier.type=x\nbad..name=1\npersist.kept=partition\n");
+    tree_.Write("data/cota/cota_module_info.prop", "mount_point=/data/image\nro.info=1\n");
+    tree_.Write("data/image/build.prop", "ro.nv=image\n");
   }
-  tree_.Write("odm/etc/flags.prop", "NV000001=nv\nNV000002=other\n");
-  tree_.Write("odm/etc/nvmap.prop", "BOOT=first\n");
-  tree_.Write("mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file", "sys.sim.switch.first=z");
-  const auto before = Describe(tree_.path());
-  std::string found;
-  const json shown = RunJson("carriers " + tree_.path())["carriers"];
-  for (const json& key : shown) {
-    found += key["kind"].get<std::string>() + " " + key["names"][0].get<std::string>();
-    for (const json& property : key["differences"]) {
-      if (property["name"] == "ro.a") found += ": " + property["b"]["value"].get<std::string>();
-    }
-    found += '\n';
+
+  std::string Explain(const std::string& name) {
+    return RunTool("explain " + name + " " + tree_.path() + " --set persist.kept=user").out;
   }
-  EXPECT_EQ(found, R"(channel channel: properties/channel/switchCarrierChannel/a
-current current: properties/current/SimSwitchCurrentTime/a
-first first: properties/first/SimSwitchFirstTime/a
-nv NV000001: etc/build.nv
-nv NV000002
-operator a-b: etc/build.a-b
-ssv x: etc/build.x
-vmcarrier BOOT: properties/first/SimSwitchFirstTime/a
+
+  TempTree tree_;
+};
+
+TEST_F(CarrierTest, the_chain_of_keys_leads_to_what_the_device_has) {
+  EXPECT_EQ(Explain("ro.nv"), R"([ro.nv]: [1]
+  * /odm/etc/build.nv-westtel.prop:1  [1]      persist, mode 0  wins
+        for nv key EUQ10007 -> nv-westtel (/mnt/vendor/my_carrier/etc/flags.prop:2), from /mnt/vendor/vemrareserve/radio/exp_operator_switch.config
+    /odm/etc/build.nv-other.prop:1    [2]      -                not read: for nv, ssv or operator key nv-other; this boot has nv-westtel
+    /data/image/build.prop:1          [image]  -                not read: no step of this boot loads the COTA image /data/image, which is not verified
 )");
-  EXPECT_EQ(Describe(tree_.path()), before);
+  EXPECT_EQ(Explain("sys.sim.switch.first"), R"([sys.sim.switch.first]: [westtel]
+  * /odm/etc/nvmap.prop:1  [westtel]  persist, mode 0  wins
+        converted in this boot
+        from nv key: [EUQ10007]  /mnt/vendor/vemrareserve/radio/exp_operator_switch.config
+)");
+  EXPECT_TRUE(
+      Has(Explain("ro.same"), "for first key westtel, from /odm/etc/nvmap.prop:1 by nv key"));
+}
+
+TEST_F(CarrierTest, nothing_is_said_that_is_not_so) {
+  const std::string first = Explain("ro.first");
+  EXPECT_TRUE(Has(first, "mode 0  depends on the directory's order: ")) << first;
+  EXPECT_FALSE(Has(first, "wins") || Has(first, "overridden")) << first;
+  EXPECT_TRUE(Has(first, "[lost]  -                not read: no key reaches")) << first;
+  EXPECT_FALSE(Has(Explain("ro.same"), "order"));
+  EXPECT_EQ(Explain("ro.vemra.cust.ver"), R"([ro.vemra.cust.ver]: [1]
+  * rule: default customisation version  [1]  partitions, filled map  wins
+        from ro.vemra.image.my_carrier.type: [x]  /odm/build.prop:1
+)");
+  EXPECT_TRUE(Has(Explain("ro.vemra.image.my_carrier.type"), "not read: no file that was read"));
+  EXPECT_TRUE(Has(Explain("bad..name"),
+                  "]: unset\n    /odm/build.prop:2  [1]  partitions, filled map  refused:"));
+  EXPECT_TRUE(Has(Explain("persist.kept"), "overridden by rule: stored property"));
+  const std::string all = Explain("'*'");
+  EXPECT_FALSE(Has(all, "EUQ10007]:") || Has(all, "[mount_point") || Has(all, "ro.info")) << all;
 }
 
 }  // namespace
