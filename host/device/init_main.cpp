@@ -31,6 +31,14 @@ void PassBytesUnchanged() {
   tcsetattr(STDOUT_FILENO, TCSANOW, &console);
 }
 
+// Ends the machine, as PID 1 may not end.
+void PowerOff(const std::string& outcome) {
+  printf("===== %s\n", outcome.c_str());
+  fflush(stdout);
+  tcdrain(STDOUT_FILENO);
+  reboot(RB_POWER_OFF);
+}
+
 Result<void> Boot(int argc, char** argv) {
   Result<extprop::BootOptions> options = extprop::ParseBootOptions(argc, argv);
   if (!options.ok()) return options.error();
@@ -38,7 +46,7 @@ Result<void> Boot(int argc, char** argv) {
   if (!plan.ok()) return plan.error();
   Result<extprop::Factory> factory = extprop::LoadLibrary(plan->library);
   if (!factory.ok()) return factory.error();
-  extprop::RenderText(extprop::PlayHost(*plan, *factory), {}, std::cout);
+  extprop::RenderText(extprop::PlayHost(*plan, *factory, PowerOff), {}, std::cout);
   return {};
 }
 
@@ -69,9 +77,6 @@ int main(int argc, char** argv) {
   fflush(stdout);
   Result<void> booted = BootOrExplain(argc, argv);
   std::cout.flush();
-  printf("===== %s\n", booted.ok() ? "done" : booted.error().message().c_str());
-  fflush(stdout);
-  tcdrain(STDOUT_FILENO);
-  reboot(RB_POWER_OFF);
+  PowerOff(booted.ok() ? "done" : booted.error().message());
   return 1;
 }

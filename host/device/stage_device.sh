@@ -28,7 +28,8 @@ pack_machine() {
   local init=$build/host/device/device_init
   local library=$build/system/core_common/extproperty/libextproperty.so
   rm -rf "$root"
-  mkdir -p "$root/lib/aarch64-linux-gnu"
+  mkdir -p "$root/lib/aarch64-linux-gnu" "$root/tmp" "$root/usr/lib/locale"
+  cp -rL "$sysroot/usr/lib/locale/C.utf8" "$root/usr/lib/locale/"
   cp "$init" "$root/init"
   cp "$library" "$root/lib/aarch64-linux-gnu/"
   libraries_of "$init" | while read -r path; do cp -L "$path" "$root/lib/aarch64-linux-gnu/"; done

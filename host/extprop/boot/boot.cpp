@@ -1,8 +1,5 @@
 #include "host/extprop/boot/boot.h"
 
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,58 +14,38 @@
 #include <thread>
 
 #include "host/extprop/boot/in_tree.h"
+#include "host/extprop/boot/kept_tree.h"
 #include "host/extprop/boot/library_functions.h"
 #include "host/extprop/boot/pack.h"
 #include "host/extprop/boot/recorder.h"
 #include "host/platform/system_properties.h"
-#include "host/sandbox/tree_copy.h"
 
 namespace extprop {
 
 namespace {
 
-using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
-using android::base::unique_fd;
 using namespace std::chrono_literals;
 
-// Returns whether `condition` came true in time.
+// The watchdog sees to it that this ends.
 template <typename Condition>
-bool WaitFor(std::chrono::milliseconds limit, Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
+void WaitUntil(Condition condition) {
+  while (!condition()) std::this_thread::sleep_for(1ms);
 }
 
 bool Lives(pid_t thread) {
   return thread != 0 && syscall(SYS_tgkill, getpid(), thread, 0) == 0;
 }
 
-bool IsRequest(const std::string& word) {
-  return word == "boot_mount" || word == "module_bind_single_boot" ||
-         word == "bind_basic_point_boot";
-}
-
-// A request is served when the thread says so; the last word ends the thread without a message; any
-// other word is only looked at.
+// A request is served when the thread says so; the last word ends the thread without a message.
 Result<void> Post(const std::string& word, Recorder* recorder) {
   const size_t served = recorder->requests_served();
   const pid_t thread = recorder->bind_thread();
   if (!Lives(thread)) return Error() << "no bind thread is there to serve it";
   device::ApplyProperty(kRequestProperty, word);
-  if (!IsRequest(word) && word != "boot_mount_bind_complete") {
-    std::this_thread::sleep_for(5ms);
-    return {};
-  }
-  const bool done = WaitFor(10s, [&] {
-    return !Lives(thread) || (IsRequest(word) && recorder->requests_served() > served);
-  });
-  if (!done) return Error() << "the bind thread has not served it within 10 seconds";
-  if (IsRequest(word) && recorder->requests_served() == served) {
+  WaitUntil([&] { return !Lives(thread) || recorder->requests_served() > served; });
+  if (word != kLastWord && recorder->requests_served() == served) {
     return Error() << "the bind thread ended without serving it";
   }
   return {};
@@ -85,7 +62,7 @@ Result<void> Call(const PlannedStep& planned, android::init::IInitExtensionPrope
   // What a new thread says first belongs to the command that started it.
   const bool starts_thread =
       std::string(planned.loader->name) == "service" && planned.argument == "check_mount";
-  if (starts_thread) WaitFor(1s, [&] { return recorder->bind_thread() != thread_before; });
+  if (starts_thread) WaitUntil([&] { return recorder->bind_thread() != thread_before; });
   return {};
 }
 
@@ -97,24 +74,11 @@ Step Describe(const PlannedStep& planned) {
   return step;
 }
 
-// Copies the root as it is under the mounts that the library and the sandbox made.
-Result<void> KeepTree(int keep_fd, bool had_proc) {
-  unique_fd root(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
-  if (root < 0) return ErrnoError() << "cannot reach the resulting tree";
-  std::vector<std::string> excluded, unreadable;
-  if (!had_proc) excluded.emplace_back("proc");
-  Result<void> copied = sandbox::CopyTree(root, keep_fd, excluded, &unreadable);
-  for (const std::string& path : unreadable) {
-    fprintf(stderr, "extprop: warning: not kept, as it cannot be read: /%s\n", path.c_str());
-  }
-  return copied;
-}
-
-// Ends the child of a boot that takes too long, and says what it waits for.
+// Gives up a boot that takes too long, and says what it waits for.
 class Watchdog {
  public:
-  Watchdog(std::chrono::seconds limit, Recorder* recorder)
-      : thread_([this, limit, recorder] { Watch(limit, recorder); }) {}
+  Watchdog(std::chrono::seconds limit, Recorder* recorder, GiveUp give_up)
+      : thread_([=] { Watch(limit, recorder, give_up); }) {}
   ~Watchdog() {
     {
       std::lock_guard<std::mutex> guard(lock_);
@@ -125,12 +89,12 @@ class Watchdog {
   }
 
  private:
-  void Watch(std::chrono::seconds limit, Recorder* recorder) {
+  void Watch(std::chrono::seconds limit, Recorder* recorder, GiveUp give_up) {
     std::unique_lock<std::mutex> guard(lock_);
     if (condition_.wait_for(guard, limit, [this] { return done_; })) return;
     const std::string file = recorder->WaitsFor();
-    EndChild("the boot has not ended after " + std::to_string(limit.count()) + " s" +
-             (file.empty() ? "" : "; it waits for " + file));
+    give_up("the boot has not ended after " + std::to_string(limit.count()) + " s" +
+            (file.empty() ? "" : "; it waits for " + file));
   }
 
   std::mutex lock_;
@@ -154,10 +118,10 @@ void Lay(const LaidFile& file) {
 
 }  // namespace
 
-BootRecord PlayHost(const BootPlan& plan, Factory factory) {
+BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up) {
   umask(0);  // init has none
   Recorder* recorder = Recorder::Start(plan.properties, FindLibraryFunctions(factory));
-  const Watchdog watchdog(plan.timeout, recorder);
+  const Watchdog watchdog(plan.timeout, recorder, give_up);
   android::init::IInitExtensionProperty* service = factory(kLibraryName);
   if (plan.lines) recorder->WatchLines();
   bool any_step = false;
@@ -189,11 +153,11 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   Result<std::string> record = RunInTree(plan.device, [&]() -> Result<std::string> {
     for (const LaidFile& file : plan.laid) Lay(file);
-    std::string played = Pack(PlayHost(plan, *factory));
-    if (plan.keep_fd < 0) return played;
-    Result<void> kept = KeepTree(plan.keep_fd, had_proc);
+    const BootRecord played = PlayHost(plan, *factory, EndChild);
+    Result<void> kept;
+    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, played);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
-    return played;
+    return Pack(played);
   });
   if (!record.ok()) return record.error();
   return Unpack<BootRecord>(*record);

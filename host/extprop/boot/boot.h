@@ -36,7 +36,7 @@ struct BootPlan {
   std::vector<LaidFile> laid;  // over the tree, in the private root only
   bool lines = false;          // record the lines of property files
   std::chrono::seconds timeout = std::chrono::seconds(30);
-  // An empty directory that receives the resulting tree; not owned, -1 to leave it out.
+  // An empty directory that receives the resulting tree (kept_tree.h); not owned, -1 for none.
   int keep_fd = -1;
 };
 
@@ -47,7 +47,11 @@ struct BootPlan {
 // error names the file that it waits for), or the resulting tree cannot be kept.
 android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
 
+// Is told why a boot is given up, on a thread of its own; has to end the process.
+using GiveUp = void (*)(const std::string& error);
+
 // Plays the host in this very process and its root, whatever tree the plan names. Once per process.
-BootRecord PlayHost(const BootPlan& plan, Factory factory);
+// Calls `give_up` where the boot takes longer than the plan allows.
+BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up);
 
 }  // namespace extprop

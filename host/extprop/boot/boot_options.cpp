@@ -1,11 +1,15 @@
 #include "host/extprop/boot/boot_options.h"
 
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <functional>
 
+#include "host/extprop/boot/kept_tree.h"
+#include "host/extprop/boot/phone.h"
 #include "host/extprop/boot/property_input.h"
 
 namespace extprop {
@@ -33,6 +37,10 @@ CLI::Option* AddRepeated(CLI::App* command, const std::string& name, const std::
       ->trigger_on_parse();
 }
 
+bool IsAmong(const std::vector<std::string>& words, const std::string& word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
 Result<PlannedStep> PlanCall(const std::string& text) {
   const size_t equals = text.find('=');
   const std::string name = text.substr(0, equals);
@@ -40,7 +48,9 @@ Result<PlannedStep> PlanCall(const std::string& text) {
   step.loader = FindLoader(name, equals != std::string::npos);
   if (step.loader != nullptr) {
     if (equals != std::string::npos) step.argument = text.substr(equals + 1);
-    return step;
+    const auto& words = step.loader->words;
+    if (words.empty() || IsAmong(words, step.argument)) return step;
+    return Error() << "not one of " << android::base::Join(words, ", ");
   }
   if (FindLoader(name, true) != nullptr) return Error() << "it needs an argument";
   if (FindLoader(name, false) != nullptr) return Error() << "it takes no argument";
@@ -57,7 +67,10 @@ Result<std::vector<PlannedStep>> PlanSteps(const BootOptions& options) {
   bool has_thread = false;
   for (const auto& [order, text] : options.steps) {
     if (order == Order::kPost) {
-      if (text.empty()) return Error() << "--post needs a word";
+      if (!IsAmong(RequestWords(), text)) {
+        return Error() << "--post " << text << ": not one of "
+                       << android::base::Join(RequestWords(), ", ");
+      }
       if (!has_thread) steps.push_back({FindLoader("service", true), "check_mount"});
       has_thread = true;
       steps.push_back({nullptr, text});
@@ -78,9 +91,49 @@ Result<std::vector<PlannedStep>> PlanSteps(const BootOptions& options) {
   return all;
 }
 
+// In the order in which the later replaces the earlier.
+Result<Properties> GivenProperties(const BootOptions& options, const Properties& stored) {
+  Properties given;
+  if (!options.property_files.empty()) {
+    Result<Factory> library = LoadLibrary(options.library);
+    if (!library.ok()) return library.error();
+    for (const std::string& file : options.property_files) {
+      Result<void> read = ReadProperties(file, *library, &given);
+      if (!read.ok()) return read.error();
+    }
+  }
+  for (const auto& [name, value] : stored) given[name] = value;
+  for (const std::string& assignment : options.assignments) {
+    Result<void> parsed = ParseAssignment(assignment, &given);
+    if (!parsed.ok()) return Error() << "--set " << assignment << ": " << parsed.error();
+  }
+  return given;
+}
+
+Result<void> AddPhone(const std::string& file, BootPlan* plan) {
+  Properties phone;
+  Result<void> read = ReadPhone(file, &phone);
+  if (!read.ok()) return read;
+  Result<Properties> beneath = BootsWith(phone, *plan);
+  if (!beneath.ok()) return beneath.error();
+  plan->properties.insert(beneath->begin(), beneath->end());
+  return {};
+}
+
+std::string Words(const char* of, const std::vector<std::string>& words) {
+  std::string text = std::string(of) + " is one of:\n";
+  for (const std::string& word : words) text += "  " + word + "\n";
+  return text;
+}
+
 }  // namespace
 
 std::string StepHelp() {
+  return "extprop help boot tells in which order the loaders are called, and their names and "
+         "words.\n";
+}
+
+std::string LoaderHelp() {
   std::string help =
       "The default order is partitions, persist, cota. Naming a loader other than service and "
       "media\n"
@@ -92,7 +145,10 @@ std::string StepHelp() {
     if (loader.argument != nullptr) name += std::string("=") + loader.argument;
     help += android::base::StringPrintf("  %-18s%s\n", name.c_str(), loader.help);
   }
-  return help;
+  for (const Loader& loader : Loaders()) {
+    if (!loader.words.empty()) help += Words(loader.argument, loader.words);
+  }
+  return help + Words("WORD", RequestWords());
 }
 
 CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
@@ -103,7 +159,13 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
   AddRepeated(command, "--partition",
               "Where a partition lies that is not in DIR: a directory or an image", "NAME=DIR|IMG",
               [options](const std::string& value) { options->partitions.push_back(value); });
-  AddRepeated(command, "--props", "Properties to boot with: a build.prop, or what getprop prints",
+  command
+      ->add_option("--phone", options->phone,
+                   "A running phone's getprop or bugreport: boot with what it booted with")
+      ->type_name("FILE");
+  AddRepeated(command, "--props",
+              "Properties to boot with: a build.prop, or what getprop prints; - is the standard "
+              "input",
               "FILE",
               [options](const std::string& value) { options->property_files.push_back(value); });
   AddRepeated(command, "--set", "One more property to boot with, after all files", "NAME=VALUE",
@@ -116,6 +178,9 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
       [options](const std::string& value) { options->steps.emplace_back(Order::kPost, value); });
   command->add_option("--library", options->library, "The libextproperty.so to load")
       ->type_name("FILE");
+  command->add_option("--timeout", options->timeout, "Give up a boot that takes longer")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1U, 86400U));
   return tree;
 }
 
@@ -132,6 +197,9 @@ Result<BootOptions> ParseBootOptions(int argc, char** argv) {
 }
 
 Result<BootPlan> MakePlan(const BootOptions& options) {
+  Properties stored;
+  Result<void> whole = ReadStored(options.tree, &stored);
+  if (!whole.ok()) return whole.error();
   Result<DeviceTree> device = OpenTree(options.tree, options.partitions);
   if (!device.ok()) return device.error();
   if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
@@ -141,17 +209,18 @@ Result<BootPlan> MakePlan(const BootOptions& options) {
   plan.tree = options.tree;
   plan.device = std::move(*device);
   plan.library = options.library;
-  for (const std::string& file : options.property_files) {
-    Result<void> read = ReadProperties(file, &plan.properties);
-    if (!read.ok()) return read.error();
-  }
-  for (const std::string& assignment : options.assignments) {
-    Result<void> parsed = ParseAssignment(assignment, &plan.properties);
-    if (!parsed.ok()) return Error() << "--set " << assignment << ": " << parsed.error();
-  }
+  plan.timeout = std::chrono::seconds(options.timeout);
   Result<std::vector<PlannedStep>> steps = PlanSteps(options);
   if (!steps.ok()) return steps.error();
   plan.steps = *steps;
+  Result<Properties> given = GivenProperties(options, stored);
+  if (!given.ok()) return given.error();
+  plan.properties = *given;
+  // Last, as it boots with all the rest.
+  if (!options.phone.empty()) {
+    Result<void> added = AddPhone(options.phone, &plan);
+    if (!added.ok()) return Error() << "--phone " << added.error();
+  }
   return plan;
 }
 

@@ -75,6 +75,8 @@ json Value(const T& value) {
   } else if constexpr (std::is_class_v<T> && !std::is_same_v<T, std::string> &&
                        !std::is_same_v<T, Properties>) {
     return Fields(value);
+  } else if constexpr (std::is_same_v<T, std::size_t>) {
+    return value == kNoImporter ? json() : json(value);
   } else {
     return value;
   }

@@ -20,6 +20,9 @@ namespace extprop {
 
 using Properties = std::map<std::string, std::string>;
 
+// What begins the names of the properties that a device keeps over a boot.
+constexpr const char* kStoredPrefix = "persist.";
+
 // One property of a hand-over. An empty value clears it; an empty `old` means it was absent.
 struct Entry {
   std::string name;

@@ -19,7 +19,7 @@ using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
 
-// What stands before the outcome's text.
+// What stands behind the outcome's text.
 constexpr char kDone = '+';
 constexpr char kFailed = '-';
 
@@ -28,7 +28,8 @@ std::mutex outcome_lock;
 
 int Report(char mark, const std::string& text) {
   std::lock_guard<std::mutex> guard(outcome_lock);
-  const bool written = android::base::WriteStringToFd(mark + text, outcome_fd);
+  const bool written = android::base::WriteStringToFd(text, outcome_fd) &&
+                       android::base::WriteStringToFd(std::string(1, mark), outcome_fd);
   if (mark == kFailed) _exit(written ? 0 : 1);
   return written ? 0 : 1;
 }
@@ -59,8 +60,8 @@ Result<std::string> RunInTree(const DeviceTree& tree,
   if (*status != 0 || !android::base::ReadFdToString(outcome, &text) || text.empty()) {
     return Error() << "the child process left no outcome";
   }
-  const char mark = text[0];
-  text.erase(0, 1);
+  const char mark = text.back();
+  text.pop_back();
   if (mark == kFailed) return Error() << text;
   return text;
 }

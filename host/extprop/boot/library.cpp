@@ -1,6 +1,7 @@
 #include "host/extprop/boot/library.h"
 
 #include <dlfcn.h>
+#include <locale.h>
 #include <unistd.h>
 
 #include <android-base/file.h>
@@ -24,6 +25,10 @@ std::string Find() {
 }  // namespace
 
 android::base::Result<Factory> LoadLibrary(const std::string& path) {
+  // The device's C library knows no other encoding. Set here, as a private root hides the locale.
+  if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+    return android::base::Error() << "the locale C.UTF-8 is missing (of the package libc-bin)";
+  }
   const std::string name = path.empty() ? Find() : path;
   void* library = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();

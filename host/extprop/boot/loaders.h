@@ -10,7 +10,8 @@ namespace extprop {
 // One way to call the library, as `--call` names it.
 struct Loader {
   const char* name;
-  const char* argument;  // what the help calls its argument; null where it takes none
+  const char* argument;            // what the help calls its argument; null where it takes none
+  std::vector<std::string> words;  // what the argument may be; empty for anything
   // It belongs to the loaders that init runs by itself: naming one of them replaces the default
   // order, while any other is run after it.
   bool of_default_order;
@@ -21,6 +22,10 @@ struct Loader {
 };
 
 const std::vector<Loader>& Loaders();
+
+// The requests that the bind thread serves, and the word that ends it.
+const std::vector<std::string>& RequestWords();
+constexpr const char* kLastWord = "boot_mount_bind_complete";
 
 // Returns the loader of that name which takes an argument, or takes none; null if there is none.
 const Loader* FindLoader(const std::string& name, bool with_argument);

@@ -5,22 +5,35 @@
 #include <android-base/result.h>
 
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/boot/library.h"
 
 namespace extprop {
 
-// Adds the properties of a file to `properties`, a later one replacing an earlier one. Each line is
-// NAME=VALUE, as in a build.prop, or [NAME]: [VALUE], as getprop prints it, where the value may go
-// on over further lines. Blank lines and lines that begin with "#" are passed over; imports are not
-// followed. The error names the file, and the line where one is at fault.
-android::base::Result<void> ReadProperties(const std::string& path, Properties* properties);
+// Each adds the properties of a file to `properties`, a later one replacing an earlier one. "-" is
+// the standard input, which is read once and then remembered. Where the file begins with a
+// "[NAME]: [VALUE]", it is what getprop printed: a value may go on over further lines, and blank
+// lines and lines that begin with "#" are passed over. The error names the file, and the line where
+// one is at fault.
+
+// Anything else is a build.prop, which the parser of `library` reads. It follows no imports here,
+// as they name files of a device; a warning on the standard error stream tells of each, and of each
+// line that is no property.
+android::base::Result<void> ReadProperties(const std::string& path, Factory library,
+                                           Properties* properties);
+
+// Anything else is an error.
+android::base::Result<void> ReadPrinted(const std::string& path, Properties* properties);
+
+// Anything else is a text in which getprop's output stands somewhere, such as a bugreport: the
+// longest run of its lines is taken.
+android::base::Result<void> ReadPhone(const std::string& path, Properties* properties);
 
 // Adds one NAME=VALUE. An empty value stays in the map.
 android::base::Result<void> ParseAssignment(const std::string& text, Properties* properties);
 
-// Writes the properties whose names begin with "persist.", which a device keeps over a boot, in the
-// form that ReadProperties reads; those that the boot cleared are written without a value, so that
-// they replace what the first boot began with. Returns how many could not be written because their
-// value has more than one line.
-android::base::Result<int> WritePersistent(const BootRecord& record, const std::string& path);
+// Returns what a device has stored after the boot, its "persist." properties, in the form that
+// getprop prints. Those that the boot cleared have no value, so that they replace what the first
+// boot began with.
+std::string StoredText(const BootRecord& record);
 
 }  // namespace extprop

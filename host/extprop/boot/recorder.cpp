@@ -9,6 +9,7 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -19,9 +20,6 @@ namespace extprop {
 namespace {
 
 Recorder* the_recorder = nullptr;
-
-// What a device keeps over a boot.
-constexpr const char* kStoredPrefix = "persist.";
 
 // The property files that this thread is inside of, by their places in the record.
 thread_local std::vector<size_t> inside;
@@ -48,6 +46,15 @@ bool ForWriting(const watch::PlatformCall& call) {
 bool Changes(const watch::PlatformCall& call) {
   return ForWriting(call) || call.call == watch::Call::kMkdir ||
          call.call == watch::Call::kUnlink || call.call == watch::Call::kLchown;
+}
+
+// The parser tells how long it took, which no two boots agree in.
+std::string WithoutTime(const std::string& message) {
+  constexpr const char* kBefore = " took ";
+  const size_t time = message.rfind(kBefore);
+  const size_t unit = message.find("ms.)", time);
+  if (time == std::string::npos || unit == std::string::npos) return message;
+  return message.substr(0, time + strlen(kBefore)) + "…" + message.substr(unit);
 }
 
 FileState StateOf(const std::string& path) {
@@ -100,7 +107,8 @@ Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& lib
                               const char* /*tag*/, const char* file, unsigned line,
                               const char* message) {
     if (severity >= android::base::FATAL_WITHOUT_ABORT) fprintf(stderr, "extprop: %s\n", message);
-    the_recorder->Log({SeverityOf(severity), message, file == nullptr ? "" : file, line});
+    the_recorder->Log(
+        {SeverityOf(severity), WithoutTime(message), file == nullptr ? "" : file, line});
   });
   watch::SetObserver(recorder);
   return recorder;
@@ -143,9 +151,10 @@ size_t Recorder::requests_served() {
 
 std::string Recorder::WaitsFor() {
   std::lock_guard<std::mutex> guard(lock_);
-  std::string path;
-  if (reading_ < 0) return opening_;
-  android::base::Readlink("/proc/self/fd/" + std::to_string(reading_), &path);
+  if (under_way_.empty()) return "";
+  const watch::PlatformCall& call = under_way_.begin()->second;
+  std::string path = call.path;
+  if (path.empty()) android::base::Readlink("/proc/self/fd/" + std::to_string(call.fd), &path);
   return path;
 }
 
@@ -163,8 +172,7 @@ BootRecord Recorder::Finish() {
 watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
   if (call.call == watch::Call::kOpen || call.call == watch::Call::kRead) {
     std::lock_guard<std::mutex> guard(lock_);
-    opening_ = call.path;
-    reading_ = call.fd;
+    under_way_[gettid()] = call;
   }
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
@@ -177,8 +185,7 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
 
 void Recorder::After(const watch::PlatformCall& call, long result, int error) {
   std::lock_guard<std::mutex> guard(lock_);
-  opening_.clear();
-  reading_ = -1;
+  under_way_.erase(gettid());
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (!failed) error = 0;

@@ -50,7 +50,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   // How many requests the bind thread has reported as served.
   size_t requests_served();
 
-  // The file that the library is opening or reading at this moment, empty where it does neither.
+  // A file that the library is opening or reading at this moment, empty where it does neither.
   std::string WaitsFor();
 
   // Ends the record: nothing that happens later enters it.
@@ -88,8 +88,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   BootRecord record_;
   Properties stored_;
   bool stored_loaded_ = false;
-  std::string opening_;  // a path, while the library opens it
-  int reading_ = -1;     // a descriptor, while the library reads from it
+  std::map<pid_t, watch::PlatformCall> under_way_;  // each thread's open or read
   std::map<std::string, Snapshot> touched_;
   PathOrigins path_origins_;
   std::map<const android::init::PropertyMap*, size_t> maps_;  // their numbers

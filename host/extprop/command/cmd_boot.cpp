@@ -81,11 +81,8 @@ int Boot(const Options& options) {
     return Fail(kBadInput, "--html " + options.html + ": " + strerror(errno));
   }
   if (!options.save_props.empty()) {
-    Result<int> skipped = WritePersistent(*record, options.save_props);
-    if (!skipped.ok()) return Fail(kBadInput, "--save-props: " + skipped.error().message());
-    if (*skipped > 0) {
-      Fail(kSuccess, "warning: --save-props: left out " + std::to_string(*skipped) +
-                         " properties of several lines");
+    if (!android::base::WriteStringToFile(StoredText(*record), options.save_props)) {
+      return Fail(kBadInput, "--save-props " + options.save_props + ": " + strerror(errno));
     }
   }
   return ReportStep(kFailed, *record);

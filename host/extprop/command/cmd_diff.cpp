@@ -40,7 +40,7 @@ void Append(const std::vector<std::string>& from, std::vector<std::string>* to) 
 Result<BootRecord> OtherSide(const Options& options) {
   if (!options.against.empty()) {
     BootRecord phone;
-    Result<void> read = ReadProperties(options.against, &phone.properties);
+    Result<void> read = ReadPhone(options.against, &phone.properties);
     if (!read.ok()) return read.error();
     return phone;
   }

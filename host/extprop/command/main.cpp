@@ -48,7 +48,7 @@ void AddBootCommand(CLI::App* command, Options* options) {
       ->add_option("--html", options->html,
                    "Write one page for the browser, with every property's history, and no text")
       ->type_name("FILE");
-  command->footer(StepHelp() + R"(
+  command->footer(LoaderHelp() + R"(
 Examples:
   extprop boot image --props getprop.txt
   extprop boot image --set persist.sys.vemra.operator.opta=AB --call persist --json
