@@ -46,7 +46,10 @@ Result<void> Boot(int argc, char** argv) {
   if (!plan.ok()) return plan.error();
   Result<extprop::Factory> factory = extprop::LoadLibrary(plan->library);
   if (!factory.ok()) return factory.error();
-  extprop::RenderText(extprop::PlayHost(*plan, *factory, PowerOff), {}, std::cout);
+  extprop::TextOptions text;
+  text.all = true;
+  text.log = extprop::Severity::kInfo;
+  extprop::RenderText(extprop::PlayHost(*plan, *factory, PowerOff), text, std::cout);
   return {};
 }
 

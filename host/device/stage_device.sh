@@ -58,7 +58,7 @@ build_preset aarch64 extproperty device_init
 
 # Ordinary users cannot give files to the system user, which the device's init does.
 mkdir -p "$out"
-"${as_root[@]}" timeout 120 build/release/host/extprop/extprop boot "$tree" "${boot[@]}" \
+"${as_root[@]}" timeout 120 build/release/host/extprop/extprop boot "$tree" --all "${boot[@]}" \
   > "$out/expected.txt" || fail "the tool could not boot the sample device"
 
 pack_machine

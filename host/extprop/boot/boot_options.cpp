@@ -180,7 +180,7 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
       ->type_name("FILE");
   command->add_option("--timeout", options->timeout, "Give up a boot that takes longer")
       ->type_name("SECONDS")
-      ->check(CLI::Range(1U, 86400U));
+      ->check(CLI::Range(1U, 86400U).description(""));
   return tree;
 }
 

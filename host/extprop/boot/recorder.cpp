@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -55,6 +56,16 @@ std::string WithoutTime(const std::string& message) {
   const size_t unit = message.find("ms.)", time);
   if (time == std::string::npos || unit == std::string::npos) return message;
   return message.substr(0, time + strlen(kBefore)) + "…" + message.substr(unit);
+}
+
+// One path for one file, by whatever links of directories it was reached. The calls that change
+// something follow no link at the path's end.
+std::string PathOf(const watch::PlatformCall& call) {
+  if (!Changes(call)) return call.path;
+  std::error_code error;
+  const std::filesystem::path path = call.path;
+  const std::filesystem::path directory = std::filesystem::canonical(path.parent_path(), error);
+  return error ? call.path : (directory / path.filename()).string();
 }
 
 FileState StateOf(const std::string& path) {
@@ -177,8 +188,9 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
     std::lock_guard<std::mutex> guard(lock_);
-    existed_before = !StateOf(call.path).type.empty();
-    if (touched_.count(call.path) == 0) touched_[call.path] = Look(call.path);
+    const std::string path = PathOf(call);
+    existed_before = !StateOf(path).type.empty();
+    if (touched_.count(path) == 0) touched_[path] = Look(path);
   }
   return {};
 }
@@ -221,7 +233,7 @@ void Recorder::Add(decltype(Event::what) what) {
 void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
   FileEvent event;
   event.op = op;
-  event.path = call.path;
+  event.path = PathOf(call);
   event.error = error;
   event.existed = Changes(call) && existed_before;
   Add(event);

@@ -48,7 +48,8 @@ void Print(const Options& options, const BootRecord& record) {
   if (options.json) {
     std::cout << JsonText(ToJson(record)) << '\n';
   } else if (options.html.empty()) {
-    RenderText(record, {options.log, ColourWanted()}, std::cout);
+    const Severity level = options.log.value_or(options.all ? Severity::kInfo : Severity::kError);
+    RenderText(record, {options.all, level, ColourWanted(), TerminalWidth()}, std::cout);
   }
 }
 
@@ -77,7 +78,8 @@ int Boot(const Options& options) {
   if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
 
   if (!options.html.empty() &&
-      !android::base::WriteStringToFile(RenderHtml(plan->tree, *record), options.html, true)) {
+      !android::base::WriteStringToFile(RenderHtml(options.command_line, plan->tree, *record),
+                                        options.html, true)) {
     return Fail(kBadInput, "--html " + options.html + ": " + strerror(errno));
   }
   if (!options.save_props.empty()) {

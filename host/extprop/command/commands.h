@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,11 +15,13 @@ constexpr int kBadInput = 2;  // the command line, or a file that it names
 
 // What the command line says, as it stands there.
 struct Options {
+  std::string command_line;  // the whole, as a shell takes it
   BootOptions boot;
   bool json = false;
 
   // Of boot.
-  Severity log = Severity::kInfo;
+  bool all = false;
+  std::optional<Severity> log;
   std::string keep;
   std::string save_props;
   std::string html;

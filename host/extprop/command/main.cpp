@@ -1,8 +1,12 @@
+#include <android-base/strings.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 
+#include "host/extprop/boot/loaders.h"
 #include "host/extprop/command/commands.h"
 
 namespace extprop {
@@ -36,6 +40,7 @@ void AddBootCommand(CLI::App* command, Options* options) {
           "The lowest level to show; verbose adds file reads")
       ->type_name("LEVEL")
       ->check(CLI::IsMember(kLevels));
+  command->add_flag("--all", options->all, "Show every property, not only what changed");
   command->add_flag("--json", options->json, "Print the whole record as JSON");
   command
       ->add_option("--keep", options->keep, "Leave the resulting tree in a new or empty directory")
@@ -53,8 +58,8 @@ Examples:
   extprop boot image --props getprop.txt
   extprop boot image --set persist.sys.vemra.operator.opta=AB --call persist --json
   extprop boot image --post boot_mount --post boot_mount_bind_complete --log warning
-  extprop boot image --props getprop.txt --html boot.html
-  extprop boot image --keep next --save-props next.prop && extprop boot next --props next.prop)");
+  extprop boot image --phone getprop.txt --html boot.html
+  extprop boot image --props device.prop --keep next && extprop boot next --props device.prop)");
 }
 
 void AddExplainCommand(CLI::App* command, Options* options) {
@@ -135,10 +140,105 @@ constexpr Command kCommands[] = {
      Check},
 };
 
+constexpr const char* kHelp = "help";
+
+std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+// Returns null if there is none of that name.
+const CLI::App* FindCommand(const CLI::App& app, const std::string& name) {
+  for (const CLI::App* command : CommandsOf(app)) {
+    if (command->get_name() == name) return command;
+  }
+  return nullptr;
+}
+
+// What the completions of the shells ask for: `extprop complete WORD...`, where the last word is
+// the one to complete, prints what it may become, each with a tab and its description. Nothing
+// where a file's name is wanted.
+class Completion {
+ public:
+  explicit Completion(std::vector<std::string> words)
+      : words_(std::move(words)), last_(words_.empty() ? "" : words_.back()) {}
+
+  void Print(const CLI::App& app) const {
+    const CLI::App* command = words_.empty() ? nullptr : FindCommand(app, words_[0]);
+    if (words_.size() <= 1 || words_[0] == kHelp) {
+      for (const CLI::App* each : CommandsOf(app)) {
+        Offer(each->get_name(), each->get_description());
+      }
+    } else if (command != nullptr) {
+      PrintFor(*command);
+    }
+  }
+
+ private:
+  void PrintFor(const CLI::App& command) const {
+    const CLI::Option* before = command.get_option_no_throw(words_[words_.size() - 2]);
+    if (before != nullptr && before->get_items_expected_max() > 0) return PrintValues(*before);
+    if (last_[0] != '-') return;
+    for (const CLI::Option* option : command.get_options()) {
+      if (!option->get_lnames().empty()) {
+        Offer("--" + option->get_lnames()[0], option->get_description());
+      }
+    }
+  }
+
+  void PrintValues(const CLI::Option& option) const {
+    const std::string type = option.get_type_name();
+    if (type.rfind("LEVEL", 0) == 0) {
+      for (const auto& [name, level] : kLevels) Offer(name, "");
+    } else if (type == "WORD") {
+      for (const std::string& word : RequestWords()) Offer(word, "");
+    } else if (type.rfind("LOADER", 0) == 0) {
+      for (const Loader& loader : Loaders()) {
+        const std::string name = loader.name + std::string(loader.argument == nullptr ? "" : "=");
+        if (loader.words.empty()) Offer(name, loader.help);
+        for (const std::string& word : loader.words) Offer(name + word, loader.help);
+      }
+    }
+  }
+
+  void Offer(const std::string& candidate, const std::string& description) const {
+    if (candidate.rfind(last_, 0) == 0) std::cout << candidate << '\t' << description << '\n';
+  }
+
+  const std::vector<std::string> words_;
+  const std::string last_;
+};
+
+// Quotes what a shell would not take as it stands.
+std::string CommandLine(int argc, char** argv) {
+  std::string line = "extprop";
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    const bool plain =
+        !word.empty() &&
+        word.find_first_not_of(
+            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./=:,+@%") ==
+            std::string::npos;
+    line +=
+        plain ? " " + word : " '" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
+  }
+  return line;
+}
+
+int Help(const CLI::App& app, const std::string& name) {
+  const CLI::App* command = name.empty() ? &app : FindCommand(app, name);
+  if (command == nullptr) return Fail(kBadInput, "help " + name + ": no such command");
+  std::cout << command->help(name.empty() ? "" : "extprop");
+  return std::cout.flush() ? kSuccess : kFailed;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("See what the extension property library makes of a device's files.", "extprop");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "extprop " EXTPROP_VERSION, "Print the version");
+  app.footer(
+      "extprop help COMMAND tells all about a command, extprop help boot about booting too.");
   Options options;
+  options.command_line = CommandLine(argc, argv);
   options.boot.tree = ".";
   const Command* chosen = nullptr;
   for (const Command& command : kCommands) {
@@ -146,10 +246,18 @@ int Run(int argc, char** argv) {
     command.add_options(subcommand, &options);
     subcommand->callback([&chosen, &command] { chosen = &command; });
   }
+  app.add_subcommand(kHelp, "Tell about a command.");
+  // Neither takes options.
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  if (!words.empty() && words[0] == kHelp) return Help(app, words.size() == 1 ? "" : words[1]);
+  if (!words.empty() && words[0] == "complete") {
+    Completion({words.begin() + 1, words.end()}).Print(app);
+    return kSuccess;
+  }
   try {
     app.parse(argc, argv);
-  } catch (const CLI::Success& help) {
-    return app.exit(help);
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked);
   } catch (const CLI::ParseError& error) {
     return Fail(kBadInput, error.what());
   }

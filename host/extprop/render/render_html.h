@@ -9,9 +9,10 @@ namespace extprop {
 // page/template.html, in which one mark stands for the record.
 extern const char kPage[];
 
-// Returns a page that shows the boot of `tree`: its timeline, the resulting properties with the
-// place that decided each, and every property's history. It needs no other file. The record must
-// come from a plan that asks for attribution.
-std::string RenderHtml(const std::string& tree, const BootRecord& record);
+// Returns a page that shows the boot of `tree`: by which command it was made, its timeline, the
+// resulting properties with the place that decided each, and every property's history. It needs no
+// other file. The record must come from a plan that asks for lines.
+std::string RenderHtml(const std::string& command, const std::string& tree,
+                       const BootRecord& record);
 
 }  // namespace extprop

@@ -4,23 +4,21 @@
 #include <string>
 
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
 struct TextOptions {
-  Severity log = Severity::kInfo;  // the lowest that is shown; kVerbose shows reads as well
+  bool all = false;                 // every property, not only what changed
+  Severity log = Severity::kError;  // the lowest that is shown; kVerbose shows reads as well
   bool colour = false;
+  std::size_t width = 0;  // in columns; 0 for no limit
 };
 
-// Prints the steps with what each did, in order, then the resulting properties as getprop does, and
-// what changed in files and mounts.
+// Prints the steps with what each did, in order, and what changed in files and mounts. Without
+// `all` a count of everything comes first, and of a hand-over only what it changes is shown; with
+// it the resulting properties are printed as getprop does.
 void RenderText(const BootRecord& record, const TextOptions& options, std::ostream& out);
-
-// Returns true where the standard output is a terminal and NO_COLOR is not set.
-bool ColourWanted();
-
-// Returns `text` on one line: control bytes are written as in C.
-std::string Visible(const std::string& text);
 
 // Returns the names of mount flags, such as "MS_RDONLY|MS_BIND".
 std::string MountFlagNames(unsigned long flags);
