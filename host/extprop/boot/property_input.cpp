@@ -56,8 +56,9 @@ bool BeginsEntry(const std::string& line) {
   return StartsWith(line, "[") && line.find("]: [") != std::string::npos;
 }
 
-// Whether an entry cannot go on behind line `at`: a value may hold lines that end in "]".
-bool MayEnd(const Lines& lines, size_t at) {
+// Whether an entry cannot go on behind line `at`, as it may where a value holds a line that ends in
+// "]".
+bool MustEnd(const Lines& lines, size_t at) {
   if (!android::base::EndsWith(lines[at], "]")) return false;
   const size_t next = at + 1;
   return next == lines.size() || IsPassedOver(lines[next]) || BeginsEntry(lines[next]) ||
@@ -69,8 +70,9 @@ bool TakeEntry(const Lines& lines, size_t* next, Properties* properties) {
   const size_t first = *next;
   if (!BeginsEntry(lines[first])) return false;
   size_t last = first;
-  while (last < lines.size() && !MayEnd(lines, last)) ++last;
-  if (last == lines.size()) return false;
+  while (last < lines.size() && !MustEnd(lines, last)) ++last;
+  if (last == lines.size()) last = first;  // what follows is at fault
+  if (!android::base::EndsWith(lines[last], "]")) return false;
   const std::string text =
       android::base::Join(Lines(lines.begin() + static_cast<ptrdiff_t>(first),
                                 lines.begin() + static_cast<ptrdiff_t>(last) + 1),

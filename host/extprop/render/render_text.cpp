@@ -236,12 +236,13 @@ class TextRenderer {
   }
 
   void Line(const std::string& text, const std::string& note = "", const char* colour = "") {
-    Put(2, text, note, colour);
+    const std::string thread =
+        thread_ ? (note.empty() ? "" : "  ") + std::string("(bind thread)") : "";
+    Put(2, text, note + thread, colour);
   }
 
   // The notes go below the text where they do not fit behind it.
-  void Put(size_t indent, const std::string& text, std::string note, const char* colour) {
-    if (thread_) note += std::string(note.empty() ? "" : "  ") + "(bind thread)";
+  void Put(size_t indent, const std::string& text, const std::string& note, const char* colour) {
     const std::string line = std::string(indent, ' ') + text;
     const size_t hang = indent + 4;
     const bool beside = options_.width == 0 || Columns(line) + 2 + Columns(note) <= options_.width;
