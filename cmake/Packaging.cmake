@@ -20,6 +20,10 @@ if(EXTPROPERTY_HOST)
   install(FILES host/extprop/extprop.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES host/extprop/completion/extprop
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES host/extprop/completion/_extprop
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  install(FILES host/extprop/completion/extprop.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -35,7 +35,7 @@ apt-get install -qq --no-install-recommends /tmp/extproperty.deb >/tmp/install.l
   { cat /tmp/install.log >&2; exit 1; }
 cd /tmp/device
 boot=(extprop boot root --props device.prop)
-"${boot[@]}" >/tmp/as_root.txt
+"${boot[@]}" --all >/tmp/as_root.txt
 grep -qxF '[ro.vemra.market.name]: [Vemra Quokka 5 EEA]' /tmp/as_root.txt
 extprop check root --props device.prop >/tmp/check.txt
 "${boot[@]}" --html /tmp/boot.html
@@ -53,11 +53,16 @@ for tree in /home/user/device /tmp/device; do
 done
 
 . /usr/share/bash-completion/completions/extprop
-complete_line() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _extprop 2>/dev/null; echo "${COMPREPLY[@]}"; }
-[ "$(complete_line extprop ex)" = explain ]
-[ "$(complete_line extprop boot --save)" = --save-props ]
-[ "$(complete_line extprop boot root --call pers)" = persist ]
-[ "$(complete_line extprop boot root --call service = check)" = check_mount ]
+complete_line() { COMP_LINE=$1 COMP_POINT=${#1}; _extprop 2>/dev/null; echo "${COMPREPLY[@]}"; }
+[ "$(complete_line 'extprop ex')" = explain ]
+[ "$(complete_line 'extprop boot --save')" = --save-props ]
+[ "$(complete_line 'extprop boot root --call pers')" = persist ]
+[ "$(complete_line 'extprop boot root --call service=check')" = check_mount ]
+apt-get install -qq --no-install-recommends fish zsh >/tmp/install.log 2>&1 ||
+  { cat /tmp/install.log >&2; exit 1; }
+[ "$(fish -c 'complete -C "extprop boot root --call service=check"' | cut -f1)" = service=check_mount ]
+[ "$(fish -c 'complete -C "extprop boot ro"')" = root/ ]
+zsh -fc 'autoload -Uz compinit; compinit -u; [[ $_comps[extprop] == _extprop ]]'
 dpkg --remove extproperty >/dev/null
 [ -z "$(find /usr -name '*extprop*' -not -path '*/doc/*')" ]
 INNER

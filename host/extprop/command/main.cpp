@@ -43,11 +43,12 @@ void AddBootCommand(CLI::App* command, Options* options) {
   command->add_flag("--all", options->all, "Show every property, not only what changed");
   command->add_flag("--json", options->json, "Print the whole record as JSON");
   command
-      ->add_option("--keep", options->keep, "Leave the resulting tree in a new or empty directory")
+      ->add_option("--keep", options->keep,
+                   "Leave the resulting tree in a new or empty directory, to boot next")
       ->type_name("DIR");
   command
       ->add_option("--save-props", options->save_props,
-                   "Write the resulting persist. properties, to boot with the next time")
+                   "Write what the device then has stored, for --props")
       ->type_name("FILE");
   command
       ->add_option("--html", options->html,
