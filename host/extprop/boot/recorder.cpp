@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
 #include "host/platform/system_properties.h"
 
@@ -66,18 +67,6 @@ std::string PathOf(const watch::PlatformCall& call) {
   const std::filesystem::path path = call.path;
   const std::filesystem::path directory = std::filesystem::canonical(path.parent_path(), error);
   return error ? call.path : (directory / path.filename()).string();
-}
-
-FileState StateOf(const std::string& path) {
-  FileState state;
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return state;
-  state.type = S_ISREG(status.st_mode) ? "file" : S_ISDIR(status.st_mode) ? "directory" : "other";
-  if (S_ISREG(status.st_mode)) state.size = status.st_size;
-  state.mode = status.st_mode & 07777;
-  state.uid = status.st_uid;
-  state.gid = status.st_gid;
-  return state;
 }
 
 // Leaves the place where the library reads next alone. Nothing of what has no places, as a pipe.
@@ -192,7 +181,9 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
     existed_before = !StateOf(path).type.empty();
     if (touched_.count(path) == 0) touched_[path] = Look(path);
   }
-  return {};
+  watch::Verdict verdict;
+  verdict.as_root = call.call == watch::Call::kLchown;
+  return verdict;
 }
 
 void Recorder::After(const watch::PlatformCall& call, long result, int error) {
@@ -200,6 +191,10 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
   under_way_.erase(gettid());
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
+  if (call.call == watch::Call::kLchown && !failed && error != 0) {
+    owners_[PathOf(call)] = {call.owner, call.group};
+  }
+  if (call.call == watch::Call::kUnlink && !failed) owners_.erase(PathOf(call));
   if (!failed) error = 0;
   switch (call.call) {
     case watch::Call::kOpen: {
@@ -326,7 +321,22 @@ void Recorder::FindChanges() {
   }
 }
 
-Recorder::Snapshot Recorder::Look(const std::string& path) {
+FileState Recorder::StateOf(const std::string& path) const {
+  FileState state;
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return state;
+  state.type = S_ISREG(status.st_mode) ? "file" : S_ISDIR(status.st_mode) ? "directory" : "other";
+  if (S_ISREG(status.st_mode)) state.size = status.st_size;
+  state.mode = status.st_mode & 07777;
+  state.uid = status.st_uid;
+  state.gid = status.st_gid;
+  if (const auto owner = owners_.find(path); owner != owners_.end()) {
+    std::tie(state.uid, state.gid) = owner->second;
+  }
+  return state;
+}
+
+Recorder::Snapshot Recorder::Look(const std::string& path) const {
   Snapshot snapshot;
   snapshot.state = StateOf(path);
   if (snapshot.state.type != "file") return snapshot;

@@ -79,7 +79,8 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   std::string Refusal(const std::string& name, const std::string& value) const;
   void CloseStep();
   void FindChanges();
-  static Snapshot Look(const std::string& path);
+  Snapshot Look(const std::string& path) const;
+  FileState StateOf(const std::string& path) const;
 
   const pid_t host_thread_;
   const LibraryFunctions library_;
@@ -93,6 +94,8 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   PathOrigins path_origins_;
   std::map<const android::init::PropertyMap*, size_t> maps_;  // their numbers
   size_t map_count_ = 0;
+  // Who owns the files that only a device's root could give away.
+  std::map<std::string, std::pair<uid_t, gid_t>> owners_;
   pid_t bind_thread_ = 0;
   size_t requests_served_ = 0;
 };

@@ -235,8 +235,10 @@ TEST_F(BootTest, works_as_an_ordinary_user) {
   GTEST_SKIP() << "ThreadSanitizer's own thread keeps a process from making a user namespace";
 #endif
   const std::string user = "unshare --user --map-user=1000 --map-group=1000";
-  const std::string explain = "explain '*' " + tree_.path() + kForced;
-  EXPECT_EQ(RunJson(explain, user), RunJson(explain));
+  tree_.Write(kSsv + "/sim_switch_current_file", "northcell");
+  const json by_root = RunJson(Boot(kForced));
+  EXPECT_EQ(by_root["files"][1]["after"]["uid"], 1000);
+  EXPECT_EQ(RunJson(Boot(kForced), user), by_root);
 }
 
 TEST_F(BootTest, says_what_to_do_where_the_kernel_refuses) {
