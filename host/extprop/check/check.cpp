@@ -1,18 +1,81 @@
 #include "host/extprop/check/check.h"
 
-#include <set>
+#include <algorithm>
+
+#include "host/extprop/boot/in_tree.h"
+#include "host/extprop/boot/pack.h"
+#include "host/extprop/check/check_context.h"
 
 namespace extprop {
 
 namespace {
 
+using android::base::Error;
 using android::base::Result;
 
-const FindingKind* FindKind(const std::string& id) {
-  for (const FindingKind& kind : FindingKinds()) {
-    if (id == kind.id) return &kind;
+constexpr const char* kBindImage = "mount_and_check_load";
+constexpr const char* kBindModule = "module_bind_single";
+constexpr const char* kMakeDirectories = "bind_basic_point";
+
+Result<BootRecord> BootWithCommands(BootPlan plan, const std::vector<const char*>& commands) {
+  plan.lines = true;
+  for (const char* command : commands) {
+    plan.steps.push_back({FindLoader("service", true), command});
   }
-  return nullptr;
+  return RunBoot(plan);
+}
+
+// The mount info file is either an image's or that of the modules' directories.
+bool NamesModuleDirectories(const BootRecord& boot) {
+  bool any = false;
+  for (const PropertyLine* line : Only<PropertyLine>(boot)) {
+    if (boot.property_files[line->file].path != kMountInfoFile || !Sets(*line)) continue;
+    if (line->name == "sys.cotaimg.verify" || line->name == "sys.cota.load.properties") {
+      return false;
+    }
+    any = true;
+  }
+  return any;
+}
+
+// The plan's boot, at whose end the info files that are left are served.
+Result<std::vector<BootRecord>> Boots(const BootPlan& plan) {
+  std::vector<BootRecord> boots;
+  Result<BootRecord> boot = BootWithCommands(plan, {kBindImage, kBindModule});
+  if (!boot.ok()) return boot.error();
+  boots.push_back(std::move(*boot));
+  if (!NamesModuleDirectories(boots[0])) return boots;
+  Result<BootRecord> other = BootWithCommands(plan, {kMakeDirectories});
+  if (!other.ok()) return other.error();
+  boots.push_back(std::move(*other));
+  return boots;
+}
+
+void CheckBoot(const BootRecord& boot, CheckContext* context) {
+  for (const Entry& entry : boot.refused) {
+    context->Report("refused-property", {kPropertiesPath},
+                    "init refuses " + Quoted(entry.name) + ": " + entry.refused);
+  }
+  for (const Step& step : boot.steps) {
+    if (step.error.empty()) continue;
+    const std::string argument = step.argument.empty() ? "" : "=" + step.argument;
+    context->Report("unfinished-boot", {kBootPath}, step.name + argument + ": " + step.error);
+  }
+}
+
+void CheckAll(const std::vector<BootRecord>& boots, bool overrides, CheckContext* context) {
+  std::vector<Reading> all;
+  for (const BootRecord& boot : boots) {
+    const std::vector<Reading> readings = context->ReadingsOf(boot);
+    context->AddRoots(readings);
+    for (const Reading& reading : readings) CheckReading(reading, Imports::kOfBoot, context);
+    CheckBoot(boot, context);
+    CheckStateFiles(readings, context);
+    CheckCota(boot, readings, context);
+    if (overrides) CheckOverrides(boot, readings, context);
+    all.insert(all.end(), readings.begin(), readings.end());
+  }
+  CheckUnreadFiles(boots[0], all, context);
 }
 
 }  // namespace
@@ -21,41 +84,56 @@ const std::vector<FindingKind>& FindingKinds() {
   static const std::vector<FindingKind> kinds = {
       {"illegal-name", "error", "a property name that init refuses"},
       {"illegal-value", "error", "a value that is too long or no text"},
+      {"refused-property", "error", "a property to boot with that init refuses"},
       {"duplicate-name", "warning", "a name set twice in one file"},
       {"not-a-property", "warning", "a line that sets nothing and is no comment"},
-      {"unreadable-file", "error", "a property file or import that cannot be read"},
-      {"missing-partition", "warning", "a partition without a readable build.prop"},
+      {"byte-order-mark", "error", "a byte order mark, which spoils the first line"},
+      {"nul-byte", "error", "a NUL byte, which ends what is read of its line"},
+      {"unreadable-file", "error", "a file or directory that cannot be read"},
+      {"missing-partition", "warning", "a partition without a build.prop"},
       {"missing-import", "warning", "an import of a file that is not there"},
       {"unexpandable-import", "error", "an import whose path needs a property that is not set"},
       {"refused-import", "error", "an import that leads back to its own file, or too deep"},
-      {"partition-override", "note", "a value that replaces the one of an earlier partition"},
-      {"unmapped-key", "warning", "a carrier key that no mapping file knows"},
+      {"partition-override", "note", "a value that replaces an earlier partition's; --overrides"},
+      {"directory-order", "warning", "files of one directory that set a name differently"},
+      {"unmapped-key", "warning", "the device's carrier key, which no mapping file knows"},
+      {"missing-target", "warning", "a mapping to what no partition has files for"},
+      {"long-nv-key", "warning", "a mapping of more than eight bytes, which no NV key has"},
+      {"unknown-carrier", "warning", "a state file's carrier that no partition knows"},
+      {"unreached-file", "warning", "a carrier's file that no known key leads to"},
       {"unreachable-directory", "warning", "a carrier directory that no key can reach"},
       {"old-state-file", "warning", "a state file in the old format"},
-      {"trailing-space", "warning", "white space at the end of a line or key in a state file"},
-      {"unread-key", "warning", "a key in a COTA info file that changes nothing"},
-      {"module-directory", "error", "a COTA module directory outside the allowed roots"},
-      {"failed-bind", "error", "a COTA module that cannot be bound"},
+      {"trailing-space", "warning", "a blank at the end of a bare key"},
+      {"line-end-in-key", "error", "a line end that is part of a bare key"},
+      {"module-directory", "error", "a COTA module directory that cannot be made"},
+      {"failed-bind", "error", "a COTA image or module that cannot be bound"},
+      {"unfinished-boot", "error", "a call that ends the boot"},
   };
   return kinds;
 }
 
-Result<std::vector<Finding>> CheckTree(const BootPlan& plan) {
-  BootPlan survey = plan;
-  survey.lines = true;
-  Result<BootRecord> boot = RunBoot(survey);
-  if (!boot.ok()) return boot.error();
-  std::set<Finding> findings;
-  for (const Step& step : boot->steps) {
-    for (const Event& event : step.events) {
-      const auto* line = std::get_if<PropertyLine>(&event.what);
-      if (line == nullptr || line->outcome != LineOutcome::kNoProperty) continue;
-      findings.insert({boot->property_files[line->file].path, line->line,
-                       FindKind("not-a-property"),
-                       "'" + line->text + "' is no property, comment or import"});
-    }
+const FindingKind& Finding::kind() const {
+  const std::vector<FindingKind>& kinds = FindingKinds();
+  return *std::find_if(kinds.begin(), kinds.end(), [this](auto& kind) { return id == kind.id; });
+}
+
+Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
+  Result<Factory> factory = LoadLibrary(plan.library);
+  if (!factory.ok()) return factory.error();
+  const LibraryFunctions library = FindLibraryFunctions(*factory);
+  if (library.load_properties_from_file_without_se == nullptr ||
+      library.ExtensionPartitionRoots == nullptr || library.IsLegalPropertyName == nullptr) {
+    return Error() << "this library lacks the functions that a check calls";
   }
-  return std::vector<Finding>(findings.begin(), findings.end());
+  Result<std::vector<BootRecord>> boots = Boots(plan);
+  if (!boots.ok()) return boots.error();
+  Result<std::string> found = RunInTree(plan.tree, [&]() -> Result<std::string> {
+    CheckContext context(plan, library);
+    CheckAll(*boots, overrides, &context);
+    return Pack(std::vector<Finding>(context.findings.begin(), context.findings.end()));
+  });
+  if (!found.ok()) return found.error();
+  return Unpack<std::vector<Finding>>(*found);
 }
 
 }  // namespace extprop

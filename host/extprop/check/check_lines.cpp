@@ -1,0 +1,177 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include "host/extprop/check/check_context.h"
+#include "host/extprop/check/state_files.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::EndsWith;
+using android::base::StartsWith;
+
+constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
+
+// What the log says before the path of an import that is refused.
+constexpr std::pair<const char*, const char*> kRefusals[] = {
+    {"import refused, the file is being read already: ", "the file is being read already"},
+    {"import refused, nested too deep: ", "imports are nested too deep"},
+    {"import refused, too many files: ", "one load reads too many files"}};
+
+// Lines of mapping files and the info files' own keys are no properties.
+bool IsProperty(const std::string& path, const std::string& name) {
+  if (path == kMountInfoFile || path == kModuleInfoFile) {
+    return StartsWith(name, "sys.") || StartsWith(name, "ro.") || StartsWith(name, "persist.");
+  }
+  return !EndsWith(path, std::string("/etc/") + kNvMapping) &&
+         !EndsWith(path, std::string("/etc/") + kFirstMapping);
+}
+
+class ReadingCheck {
+ public:
+  ReadingCheck(const Reading& reading, Imports imports, CheckContext* context)
+      : reading_(reading), imports_(imports), context_(*context) {}
+
+  void Run() {
+    if (!reading_.error.empty()) return ReportUnread();
+    for (const ReadLine& line : reading_.lines) CheckLine(line);
+  }
+
+ private:
+  void ReportUnread();
+  void CheckLine(const ReadLine& read);
+  void CheckProperty(const PropertyLine& line);
+  void CheckNoProperty(const PropertyLine& line);
+  void CheckImport(const ReadLine& read);
+  void Report(const char* id, const PropertyLine& line, const std::string& message,
+              const Place& other = {}) {
+    context_.Report(id, {reading_.path, line.line}, message, other);
+  }
+
+  const Reading& reading_;
+  const Imports imports_;
+  CheckContext& context_;
+  std::map<std::string_view, const PropertyLine*> names_;
+};
+
+void ReadingCheck::ReportUnread() {
+  struct stat status;
+  const bool exists = lstat(reading_.path.c_str(), &status) == 0;
+  if (!exists && EndsWith(reading_.path, "/build.prop")) {
+    context_.Report("missing-partition", {reading_.path},
+                    "there is no such file, so the partition has no build properties");
+    return;
+  }
+  const bool is_link = exists && S_ISLNK(status.st_mode);
+  context_.Report("unreadable-file", {reading_.path},
+                  is_link ? "it is a symbolic link, and links to property files are not followed"
+                          : "it cannot be read: " + reading_.error,
+                  reading_.import);
+}
+
+void ReadingCheck::CheckLine(const ReadLine& read) {
+  const PropertyLine& line = *read.line;
+  if (line.line == 1 && StartsWith(line.text, kByteOrderMark)) {
+    return Report("byte-order-mark", line,
+                  "the byte order mark \\xef\\xbb\\xbf is read as the beginning of the line");
+  }
+  if (line.text.find('\0') != std::string::npos) {
+    Report("nul-byte", line, "nothing from the NUL byte to the end of the line is read");
+  }
+  switch (line.outcome) {
+    case LineOutcome::kBlank:
+    case LineOutcome::kFiltered:
+    case LineOutcome::kImportFollowed:
+      return;
+    case LineOutcome::kNoProperty:
+      return CheckNoProperty(line);
+    case LineOutcome::kSet:
+    case LineOutcome::kReplaced:
+    case LineOutcome::kSameAgain:
+      return CheckProperty(line);
+    case LineOutcome::kImportMissing:
+    case LineOutcome::kImportRefused:
+    case LineOutcome::kImportNotExpandable:
+      return CheckImport(read);
+  }
+}
+
+void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
+  const std::string text = android::base::Trim(line.text);
+  // A filter is for properties, and bare keys are the state files' own matter.
+  if (!reading_.filter.empty() && StartsWith(text, "import ")) return;
+  if (IsBareKey(reading_)) return;
+  Report("not-a-property", line, Quoted(text) + " is no property, comment or import");
+}
+
+void ReadingCheck::CheckProperty(const PropertyLine& line) {
+  if (IsProperty(reading_.path, line.name)) {
+    if (!context_.library.IsLegalPropertyName(line.name)) {
+      Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
+    }
+    const auto legal = context_.library.IsLegalPropertyValue(line.name, line.value);
+    if (!legal.ok()) {
+      Report("illegal-value", line, Quoted(line.name) + ": " + legal.error().message());
+    }
+  }
+  const auto [known, is_new] = names_.try_emplace(line.name, &line);
+  if (is_new) return;
+  const bool same = known->second->value == line.value;
+  Report("duplicate-name", line,
+         Quoted(line.name) + (same ? " has this value already"
+                                   : " is set to another value already; this one counts"),
+         {reading_.path, known->second->line});
+  known->second = &line;
+}
+
+void ReadingCheck::CheckImport(const ReadLine& read) {
+  const PropertyLine& line = *read.line;
+  if (imports_ == Imports::kUnknown) return;
+  // With another carrier's properties it may be another path.
+  const bool depends = imports_ == Imports::kOutermost && line.text.find("${") != std::string::npos;
+  if (line.outcome == LineOutcome::kImportMissing) {
+    if (!depends) Report("missing-import", line, line.name + " does not exist");
+    return;
+  }
+  if (line.outcome == LineOutcome::kImportNotExpandable) {
+    const char* reason = After(read.said, "Could not expand filename ': ");
+    if (!depends) Report("unexpandable-import", line, reason == nullptr ? line.name : reason);
+    return;
+  }
+  // It is logged once for each path.
+  std::string why = "an earlier import of it was refused";
+  for (const auto& [logged, reason] : kRefusals) {
+    if (After(read.said, logged) != nullptr) why = reason;
+  }
+  Report("refused-import", line, line.name + " is not imported: " + why);
+}
+
+}  // namespace
+
+void CheckReading(const Reading& reading, Imports imports, CheckContext* context) {
+  ReadingCheck(reading, imports, context).Run();
+}
+
+void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
+                    CheckContext* context) {
+  for (const Step& step : boot.steps) {
+    if (step.name != "partitions") continue;
+    std::map<std::string_view, const PropertyLine*> setters;
+    for (const PropertyLine* line : Only<PropertyLine>(step.events)) {
+      if (!Sets(*line)) continue;
+      const PropertyLine*& setter = setters[line->name];
+      if (setter != nullptr && line->outcome == LineOutcome::kReplaced &&
+          readings[setter->file].outermost != readings[line->file].outermost) {
+        context->Report("partition-override", {readings[line->file].path, line->line},
+                        Quoted(line->name) + " replaces " + Quoted(setter->value),
+                        {readings[setter->file].path, setter->line});
+      }
+      setter = line;
+    }
+  }
+}
+
+}  // namespace extprop
