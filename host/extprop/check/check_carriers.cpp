@@ -56,8 +56,7 @@ void CheckMappings(const Survey& survey, CheckContext* context) {
   });
   ForEachMapping(survey, kAnyFirstMapping, [&](const Place& at, const PropertyLine& line) {
     if (line.value.empty() || context->AnyRootHas("properties/" + line.value)) return;
-    context->Report("missing-target", at,
-                    "no partition has a directory properties/" + line.value);
+    context->Report("missing-target", at, "no partition has a directory properties/" + line.value);
   });
 }
 

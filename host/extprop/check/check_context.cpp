@@ -89,8 +89,7 @@ class ReadingsFinder {
   // Where a file is depends on what is bound when it is opened.
   void PlaceUpTo(size_t end) {
     for (; placed_ < end; ++placed_) {
-      readings_[placed_].path =
-          context_.PathOf(binds_.Below(record_.property_files[placed_].path));
+      readings_[placed_].path = context_.PathOf(binds_.Below(record_.property_files[placed_].path));
     }
   }
 
@@ -169,9 +168,9 @@ bool CheckContext::AnyRootHas(const std::string& path) const {
 
 std::string Quoted(const std::string& text) {
   std::string shown = text;
-  for (const auto& [bytes, name] : {std::pair("\xef\xbb\xbf", "\\xef\\xbb\\xbf"),
-                                    std::pair("\xc2\xa0", "\\xc2\\xa0"),
-                                    std::pair("\xe2\x80\x8b", "\\xe2\\x80\\x8b")}) {
+  for (const auto& [bytes, name] :
+       {std::pair("\xef\xbb\xbf", "\\xef\\xbb\\xbf"), std::pair("\xc2\xa0", "\\xc2\\xa0"),
+        std::pair("\xe2\x80\x8b", "\\xe2\\x80\\x8b")}) {
     shown = android::base::StringReplace(shown, bytes, name, true);
   }
   return "'" + shown + "'";

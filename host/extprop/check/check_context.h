@@ -87,8 +87,7 @@ void CheckReading(const Reading& reading, Imports imports, CheckContext* context
 void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
                     CheckContext* context);
 void CheckStateFiles(const std::vector<Reading>& readings, CheckContext* context);
-void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings,
-               CheckContext* context);
+void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, CheckContext* context);
 
 // Reads the property and mapping files that a boot may read but `boot` did not, as `done` tells,
 // and checks what they hold.

@@ -69,8 +69,9 @@ void CotaCheck::CheckDirectory(const std::string& message) {
 void CotaCheck::CheckModule(const Reading& reading) {
   if (reading.path != kModuleInfoFile || !reading.error.empty()) return;
   if (!Only<MountEvent>(reading.step->events).empty()) return;
-  context_.Report("failed-bind", {reading.path},
-                  "it names no module to bind, which takes mount_point, module_type and bind_point");
+  context_.Report(
+      "failed-bind", {reading.path},
+      "it names no module to bind, which takes mount_point, module_type and bind_point");
 }
 
 }  // namespace

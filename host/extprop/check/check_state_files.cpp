@@ -60,9 +60,8 @@ bool IsBareKey(const Reading& reading) {
     return std::any_of(reading.lines.begin(), reading.lines.end(),
                        [is](const ReadLine& read) { return is(*read.line); });
   };
-  return !has(Sets) && has([](const PropertyLine& line) {
-    return line.outcome == LineOutcome::kNoProperty;
-  });
+  return !has(Sets) &&
+         has([](const PropertyLine& line) { return line.outcome == LineOutcome::kNoProperty; });
 }
 
 bool CheckBareKey(const std::string& path, const std::string& key, CheckContext* context) {

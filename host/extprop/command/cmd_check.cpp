@@ -1,3 +1,4 @@
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
@@ -5,6 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "host/extprop/check/check.h"
+#include "host/extprop/check/finding_selection.h"
+#include "host/extprop/check/print_findings.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/render_text.h"
 
@@ -12,41 +15,32 @@ namespace extprop {
 
 namespace {
 
+using android::base::ErrnoError;
 using android::base::Result;
 
 constexpr int kCouldNotRun = 2;
+constexpr const char* kOverrides = "partition-override";
 
-bool IsError(const Finding& finding) {
-  return finding.kind->severity == std::string("error");
+bool Has(const std::vector<std::string>& texts, const std::string& text) {
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
-// The path in the tree that was given, which is what an editor can open.
-std::string GivenPath(const std::string& tree, const Finding& finding) {
-  if (finding.path[0] != '/') return finding.path;
-  return (tree.back() == '/' ? tree.substr(0, tree.size() - 1) : tree) + finding.path;
+// Whether one of them is as severe as `level` or more.
+bool AnyAsSevere(const std::vector<Finding>& findings, const std::string& level) {
+  const auto rank = [](const std::string& severity) {
+    return severity == "error" ? 2 : severity == "warning" ? 1 : 0;
+  };
+  return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
+    return rank(finding.kind().severity) >= rank(level);
+  });
 }
 
-void PrintText(const std::string& tree, const std::vector<Finding>& findings) {
-  const char* colour_end = ColourWanted() ? "\033[0m" : "";
-  for (const Finding& finding : findings) {
-    const char* colour = !ColourWanted() ? "" : IsError(finding) ? "\033[31m" : "\033[33m";
-    std::cout << Visible(GivenPath(tree, finding)) << ':';
-    if (finding.line != 0) std::cout << finding.line << ':';
-    std::cout << ' ' << colour << finding.kind->severity << ':' << colour_end << ' '
-              << Visible(finding.message) << " [" << finding.kind->id << "]\n";
-  }
-}
-
-void PrintJson(const std::string& tree, const std::vector<Finding>& findings) {
-  nlohmann::json list = nlohmann::json::array();
-  for (const Finding& finding : findings) {
-    list.push_back({{"path", GivenPath(tree, finding)},
-                    {"line", finding.line},
-                    {"severity", finding.kind->severity},
-                    {"message", finding.message},
-                    {"id", finding.kind->id}});
-  }
-  std::cout << JsonText({{"findings", list}}) << '\n';
+Result<void> WriteSarif(const std::string& path, const std::string& tree,
+                        const std::vector<Finding>& findings) {
+  if (path.empty()) return {};
+  const std::string text = JsonText(FindingsSarif(tree, findings)) + "\n";
+  if (!android::base::WriteStringToFile(text, path)) return ErrnoError() << "--sarif " << path;
+  return {};
 }
 
 }  // namespace
@@ -54,11 +48,32 @@ void PrintJson(const std::string& tree, const std::vector<Finding>& findings) {
 int Check(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
-  Result<std::vector<Finding>> findings = CheckTree(*plan);
+  const bool overrides = options.overrides || Has(options.findings.only, kOverrides);
+  Result<std::vector<Finding>> findings = CheckTree(*plan, overrides);
   if (!findings.ok()) return Fail(kCouldNotRun, findings.error().message());
-  (options.json ? PrintJson : PrintText)(plan->tree, *findings);
+  Result<size_t> left_out = Select(options.findings, &*findings);
+  if (!left_out.ok()) return Fail(kBadInput, left_out.error().message());
+  Result<void> written = WriteSarif(options.sarif, plan->tree, *findings);
+  if (!written.ok()) return Fail(kCouldNotRun, written.error().message());
+
+  if (options.json) {
+    std::cout << JsonText(FindingsJson(plan->tree, *findings)) << '\n';
+  } else {
+    PrintFindings(plan->tree, *findings, ColourWanted(), std::cout);
+  }
   if (!std::cout.flush()) return Fail(kCouldNotRun, "cannot write the standard output");
-  return std::any_of(findings->begin(), findings->end(), IsError) ? 1 : 0;
+  if (!options.json) {
+    std::cerr << CountFindings(*findings);
+    if (*left_out > 0) std::cerr << "; " << *left_out << " left out";
+    std::cerr << '\n';
+  }
+  return AnyAsSevere(*findings, options.fail_on) ? 1 : 0;
+}
+
+std::vector<std::string> FindingIds() {
+  std::vector<std::string> ids;
+  for (const FindingKind& kind : FindingKinds()) ids.push_back(kind.id);
+  return ids;
 }
 
 std::string FindingHelp() {

@@ -6,6 +6,7 @@
 
 #include "host/extprop/boot/boot_options.h"
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/check/finding_selection.h"
 
 namespace extprop {
 
@@ -33,6 +34,12 @@ struct Options {
   std::vector<std::string> property_files_b;
   std::vector<std::string> assignments_b;
   std::string against;  // what a phone printed, instead of a second boot
+
+  // Of check.
+  FindingSelection findings;
+  bool overrides = false;
+  std::string fail_on = "error";
+  std::string sarif;
 };
 
 // The commands. Each returns the exit status.
@@ -41,6 +48,9 @@ int Carriers(const Options& options);
 int Check(const Options& options);
 int Diff(const Options& options);
 int Explain(const Options& options);
+
+// Returns the ids of all kinds of findings.
+std::vector<std::string> FindingIds();
 
 // Returns what tells the kinds of findings, for the end of check's help text.
 std::string FindingHelp();

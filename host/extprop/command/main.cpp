@@ -113,12 +113,41 @@ Examples:
 void AddCheckCommand(CLI::App* command, Options* options) {
   AddBootOptions(command, &options->boot);
   command->add_flag("--json", options->json, "Print the findings as JSON");
-  command->footer(FindingHelp() + "\n" + StepHelp() + R"(
-Exit status: 0 without an error, 1 with one, 2 where the check could not run.
+  command
+      ->add_option("--sarif", options->sarif, "Write them as SARIF 2.1.0 too, for other programs")
+      ->type_name("FILE");
+  command->add_option("--fail-on", options->fail_on, "The least severity for exit status 1")
+      ->type_name("SEVERITY")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"error", "warning", "note"}));
+  for (auto [name, ids, help] :
+       {std::tuple("--ignore", &options->findings.ignore, "Leave out a kind; may be repeated"),
+        std::tuple("--only", &options->findings.only, "Leave out all others; may be repeated")}) {
+    command->add_option(name, *ids, help)
+        ->type_name("ID")
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(FindingIds()).description(""));
+  }
+  command
+      ->add_option("--baseline", options->findings.baseline,
+                   "Leave out what an earlier check --json printed, wherever its lines are now")
+      ->type_name("FILE");
+  command->add_flag("--overrides", options->overrides,
+                    "Tell where a partition replaces the value of an earlier one");
+  command->footer(FindingHelp() + R"(
+The findings are on the standard output, their number on the standard error stream. Besides what
+the boot reads, the files of all carriers are checked, and the COTA image and modules that
+/data/cota/cota_mount_info.prop and cota_module_info.prop name.
+
+)" + StepHelp() + R"(
+Exit status: 0 without a finding of the severity of --fail-on or above, 1 with one, 2 where the
+check could not run.
 
 Examples:
   extprop check image --props getprop.txt
-  extprop check image --set ro.boot.hw.sku=eea --json)");
+  extprop check image --set ro.boot.hw.sku=eea --fail-on warning --ignore missing-partition
+  extprop check image --json >known.json && extprop check next-image --baseline known.json
+  extprop check image --sarif check.sarif)");
 }
 
 struct Command {
