@@ -5,6 +5,8 @@
 #include "host/extprop/boot/in_tree.h"
 #include "host/extprop/boot/pack.h"
 #include "host/extprop/check/check_context.h"
+#include "host/extprop/check/meanwhile.h"
+#include "host/extprop/check/unread_files.h"
 
 namespace extprop {
 
@@ -63,7 +65,8 @@ void CheckBoot(const BootRecord& boot, CheckContext* context) {
   }
 }
 
-void CheckAll(const std::vector<BootRecord>& boots, bool overrides, CheckContext* context) {
+void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles* unread,
+              CheckContext* context) {
   std::vector<Reading> all;
   for (const BootRecord& boot : boots) {
     const std::vector<Reading> readings = context->ReadingsOf(boot);
@@ -75,7 +78,7 @@ void CheckAll(const std::vector<BootRecord>& boots, bool overrides, CheckContext
     if (overrides) CheckOverrides(boot, readings, context);
     all.insert(all.end(), readings.begin(), readings.end());
   }
-  CheckUnreadFiles(boots[0], all, context);
+  unread->Check(boots[0], all);
 }
 
 }  // namespace
@@ -125,13 +128,21 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
       library.ExtensionPartitionRoots == nullptr || library.IsLegalPropertyName == nullptr) {
     return Error() << "this library lacks the functions that a check calls";
   }
+  // The files that no boot has to tell of are read while it goes on.
+  Result<Meanwhile> check = Meanwhile::Start([&](const Meanwhile::Input& input) {
+    return RunInTree(plan.tree, [&]() -> Result<std::string> {
+      CheckContext context(plan, library);
+      UnreadFiles unread(&context);
+      Result<std::string> boots = input();
+      if (!boots.ok()) return boots.error();
+      CheckAll(Unpack<std::vector<BootRecord>>(*boots), overrides, &unread, &context);
+      return Pack(std::vector<Finding>(context.findings.begin(), context.findings.end()));
+    });
+  });
+  if (!check.ok()) return check.error();
   Result<std::vector<BootRecord>> boots = Boots(plan);
   if (!boots.ok()) return boots.error();
-  Result<std::string> found = RunInTree(plan.tree, [&]() -> Result<std::string> {
-    CheckContext context(plan, library);
-    CheckAll(*boots, overrides, &context);
-    return Pack(std::vector<Finding>(context.findings.begin(), context.findings.end()));
-  });
+  Result<std::string> found = check->Finish(Pack(*boots));
   if (!found.ok()) return found.error();
   return Unpack<std::vector<Finding>>(*found);
 }

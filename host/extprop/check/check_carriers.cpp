@@ -100,16 +100,14 @@ void CheckLegacyKeys(const Survey& survey, const BootRecord& boot, CheckContext*
   }
 }
 
-void CheckReach(const Survey& survey, const std::vector<Reading>& done, CheckContext* context) {
+void CheckReach(const Survey& survey, const std::set<std::string>& done, CheckContext* context) {
   std::set<std::string> keys;  // what an NV key is translated to, and what may be an SSV key
   ForEachMapping(survey, kAnyNvMapping,
                  [&](const Place&, const PropertyLine& line) { keys.insert(line.value); });
   ForEachMapping(survey, kAnyFirstMapping,
                  [&](const Place&, const PropertyLine& line) { keys.insert(line.name); });
-  std::set<std::string> read;
-  for (const Reading& reading : done) read.insert(reading.path);
   for (const auto& [path, kind] : survey.kinds) {
-    if (kind != FileKind::kKeyedFile || read.count(path) != 0) continue;
+    if (kind != FileKind::kKeyedFile || done.count(path) != 0) continue;
     const std::string key = KeyOf(path);
     if (keys.count(key) != 0 || MayBeOperator(key)) continue;
     context->Report("unreached-file", {path},

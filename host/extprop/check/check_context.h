@@ -66,6 +66,8 @@ class CheckContext {
 
   // Returns the one path of the file at `path`: links in its directory are followed.
   std::string PathOf(const std::string& path);
+  // Tells that there is no link in the path of a directory.
+  void KnowDirectory(const std::string& path) { directories_[path] = path; }
 
   // Returns what a record says of each of its property files, in the same order. Lines of files
   // that the boot itself had written are left out.
@@ -88,11 +90,6 @@ void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings
                     CheckContext* context);
 void CheckStateFiles(const std::vector<Reading>& readings, CheckContext* context);
 void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, CheckContext* context);
-
-// Reads the property and mapping files that a boot may read but `boot` did not, as `done` tells,
-// and checks what they hold.
-void CheckUnreadFiles(const BootRecord& boot, const std::vector<Reading>& done,
-                      CheckContext* context);
 
 // The events of type What, in order.
 template <typename What>

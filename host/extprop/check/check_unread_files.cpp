@@ -11,46 +11,24 @@ namespace extprop {
 namespace {
 
 // A file that an import names may never end, such as a FIFO.
-void EndInTime(std::chrono::seconds limit, Recorder* recorder) {
+void EndWhereItHangs(std::chrono::seconds limit, Recorder* recorder) {
   std::thread([limit, recorder] {
-    std::this_thread::sleep_for(limit);
+    std::string file;
+    while (file.empty()) {
+      std::this_thread::sleep_for(limit);
+      file = recorder->WaitsFor();
+    }
     EndChild("the check has not ended after " + std::to_string(limit.count()) +
-             " s; it waits for " + recorder->WaitsFor());
+             " s; it waits for " + file);
   }).detach();
 }
 
-// The file that the step read last.
+// The file that the step read first, and could.
 std::string SourceIn(const Step& step) {
-  std::string source;
   for (const FileEvent* file : Only<FileEvent>(step.events)) {
-    if (file->op != FileOp::kRead || file->error != 0) continue;
-    source = file->path;
-    break;  // what follows are mapping files
+    if (file->op == FileOp::kRead && file->error == 0) return file->path;
   }
-  return source;
-}
-
-Survey ReadAll(const Properties& properties, CheckContext* context) {
-  Survey survey;
-  survey.kinds = FindKeyedFiles(context);
-  Recorder* recorder = Recorder::Start(properties, context->library);
-  EndInTime(context->plan.timeout, recorder);
-  recorder->WatchLines();
-  recorder->BeginStep({});
-  recorder->LoadStored();
-  for (const auto& [path, kind] : survey.kinds) {
-    android::init::PropertyMap map;
-    context->library.load_properties_from_file_without_se(path.c_str(), nullptr, &map);
-  }
-  recorder->BeginStep({});
-  context->library.load_old_nv_key(&survey.nv_key, &survey.nv_target);
-  recorder->BeginStep({});
-  context->library.read_old_ssv_key(&survey.ssv_key);
-  survey.record = recorder->Finish();
-  survey.nv_source = context->PathOf(SourceIn(survey.record.steps[1]));
-  survey.ssv_source = context->PathOf(SourceIn(survey.record.steps[2]));
-  survey.readings = context->ReadingsOf(survey.record);
-  return survey;
+  return "";
 }
 
 // Reports where files of one directory, each with its imports, end with different values.
@@ -86,20 +64,53 @@ Imports ImportsOf(FileKind kind) {
 
 }  // namespace
 
-void CheckUnreadFiles(const BootRecord& boot, const std::vector<Reading>& done,
-                      CheckContext* context) {
-  const Survey survey = ReadAll(boot.properties, context);
+UnreadFiles::UnreadFiles(CheckContext* context)
+    : context_(*context), recorder_(Recorder::Start(context->plan.properties, context->library)) {
+  EndWhereItHangs(context_.plan.timeout, recorder_);
+  recorder_->WatchLines();
+  recorder_->BeginStep({});
+  context_.library.load_old_nv_key(&survey_.nv_key, &survey_.nv_target);
+  recorder_->BeginStep({});
+  context_.library.read_old_ssv_key(&survey_.ssv_key);
+  recorder_->BeginStep({});
+  recorder_->LoadStored();
+  FindAndRead();
+}
+
+// Reads what no boot need be asked about; only roots that are new.
+void UnreadFiles::FindAndRead() {
+  const std::vector<std::string> roots(context_.roots.begin() + roots_done_, context_.roots.end());
+  roots_done_ = context_.roots.end() - context_.roots.begin();
+  for (const auto& [path, kind] : FindKeyedFiles(roots, &context_)) {
+    if (survey_.kinds.emplace(path, kind).second && kind != FileKind::kOther) Read(path);
+  }
+}
+
+void UnreadFiles::Read(const std::string& path) {
+  android::init::PropertyMap map;
+  context_.library.load_properties_from_file_without_se(path.c_str(), nullptr, &map);
+}
+
+void UnreadFiles::Check(const BootRecord& boot, const std::vector<Reading>& done) {
+  FindAndRead();
   std::set<std::string> done_paths;
   for (const Reading& reading : done) done_paths.insert(reading.path);
-  for (const Reading& reading : survey.readings) {
-    const auto kind = survey.kinds.find(survey.readings[reading.outermost].path);
-    if (kind == survey.kinds.end() || done_paths.count(reading.path) != 0) continue;
-    CheckReading(reading, ImportsOf(kind->second), context);
+  for (const auto& [path, kind] : survey_.kinds) {
+    if (kind == FileKind::kOther && done_paths.count(path) == 0) Read(path);
   }
-  CheckOrder(survey, context);
-  CheckMappings(survey, context);
-  CheckLegacyKeys(survey, boot, context);
-  CheckReach(survey, done, context);
+  const BootRecord record = recorder_->Finish();
+  survey_.readings = context_.ReadingsOf(record);
+  survey_.nv_source = context_.PathOf(SourceIn(record.steps[0]));
+  survey_.ssv_source = context_.PathOf(SourceIn(record.steps[1]));
+  for (const Reading& reading : survey_.readings) {
+    const auto kind = survey_.kinds.find(survey_.readings[reading.outermost].path);
+    if (kind == survey_.kinds.end() || done_paths.count(reading.path) != 0) continue;
+    CheckReading(reading, ImportsOf(kind->second), &context_);
+  }
+  CheckOrder(survey_, &context_);
+  CheckMappings(survey_, &context_);
+  CheckLegacyKeys(survey_, boot, &context_);
+  CheckReach(survey_, done_paths, &context_);
 }
 
 }  // namespace extprop

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "host/extprop/check/unread_files.h"
@@ -10,23 +8,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool IsPropertyFile(const fs::directory_entry& entry) {
-  std::error_code ignored;
-  return android::base::EndsWith(entry.path().native(), ".prop") &&
-         (entry.is_symlink(ignored) || entry.is_regular_file(ignored));
-}
-
+// Each directory is listed once, and its path has no links in it.
 class KeyedFilesFinder {
  public:
   explicit KeyedFilesFinder(CheckContext* context) : context_(*context) {}
 
-  std::map<std::string, FileKind> Find() {
-    for (const std::string& root : context_.roots) {
-      FindInEtc(root + "/etc");
-      for (const fs::directory_entry& keyed : List(root + "/properties")) {
-        if (IsDirectory(keyed)) FindOfKey(keyed.path());
+  std::map<std::string, FileKind> Find(const std::vector<std::string>& roots) {
+    for (const std::string& root : roots) {
+      for (const fs::directory_entry& entry : List(root)) {
+        const std::string name = entry.path().filename();
+        if (name == "etc") {
+          FindInEtc(entry);
+        } else if (name == "properties") {
+          FindInProperties(entry);
+        } else {
+          FindOthers(entry);
+        }
       }
-      FindOthers(root);
     }
     return std::move(files_);
   }
@@ -37,59 +35,76 @@ class KeyedFilesFinder {
     return entry.is_directory(ignored);
   }
 
-  // What a directory has; links to directories are followed, as the library does.
-  std::vector<fs::directory_entry> List(const fs::path& directory) {
+  // What a directory has, none if it is no directory; a link to one is followed, as the library
+  // does.
+  std::vector<fs::directory_entry> List(const fs::directory_entry& directory) {
+    std::error_code ignored;
+    if (!directory.is_symlink(ignored)) return List(directory.path().native());
+    return List(fs::canonical(directory.path(), ignored).native());
+  }
+
+  std::vector<fs::directory_entry> List(const std::string& directory) {
     std::error_code error;
+    std::vector<fs::directory_entry> entries;
     fs::directory_iterator entry(directory, error);
     if (error && error != std::errc::no_such_file_or_directory &&
         error != std::errc::not_a_directory) {
-      context_.Report("unreadable-file", {context_.PathOf(directory)},
+      context_.Report("unreadable-file", {directory},
                       "the directory cannot be read: " + error.message());
     }
-    std::vector<fs::directory_entry> entries;
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
       entries.push_back(*entry);
     }
+    context_.KnowDirectory(directory);
     return entries;
   }
 
-  void FindInEtc(const fs::path& etc) {
+  void FindInEtc(const fs::directory_entry& etc) {
     for (const fs::directory_entry& entry : List(etc)) {
       const std::string name = entry.path().filename();
-      if (name == kNvMapping || name == kFirstMapping) Add(entry, FileKind::kMapping);
-      if (After(name, "build.") && name != "build.prop") Add(entry, FileKind::kKeyedFile);
+      if (name == kNvMapping || name == kFirstMapping) {
+        Add(entry, FileKind::kMapping);
+      } else if (After(name, "build.") != nullptr && name != "build.prop") {
+        Add(entry, FileKind::kKeyedFile);
+      } else {
+        FindOthers(entry);
+      }
     }
   }
 
-  void FindOfKey(const fs::path& keyed) {
-    for (const fs::directory_entry& kind : List(keyed)) {
-      if (!IsDirectory(kind)) continue;
-      const std::string name = kind.path().filename();
-      if (name != kFirstTime && name != kCurrentTime && name != kChannel) {
-        context_.Report("unreachable-directory", {context_.PathOf(kind.path())},
-                        "it is never looked into for the key " + Quoted(keyed.filename()));
+  void FindInProperties(const fs::directory_entry& properties) {
+    for (const fs::directory_entry& keyed : List(properties)) {
+      if (!IsDirectory(keyed)) {
+        Add(keyed, FileKind::kOther);
         continue;
       }
-      for (const fs::directory_entry& entry : List(kind.path())) {
-        Add(entry, FileKind::kKeyedInOrder);
-      }
+      for (const fs::directory_entry& kind : List(keyed)) FindOfKind(keyed, kind);
     }
   }
 
-  void FindOthers(const fs::path& directory) {
-    for (const fs::directory_entry& entry : List(directory)) {
-      std::error_code ignored;
-      if (entry.is_symlink(ignored)) continue;
-      if (IsDirectory(entry)) {
-        FindOthers(entry.path());
-      } else {
-        Add(entry, FileKind::kOther);
-      }
+  void FindOfKind(const fs::directory_entry& keyed, const fs::directory_entry& kind) {
+    if (!IsDirectory(kind)) return Add(kind, FileKind::kOther);
+    const std::string name = kind.path().filename();
+    if (name != kFirstTime && name != kCurrentTime && name != kChannel) {
+      context_.Report("unreachable-directory", {kind.path()},
+                      "it is never looked into for the key " + Quoted(keyed.path().filename()));
+      return FindOthers(kind);
     }
+    for (const fs::directory_entry& entry : List(kind)) Add(entry, FileKind::kKeyedInOrder);
+  }
+
+  void FindOthers(const fs::directory_entry& place) {
+    std::error_code ignored;
+    if (place.is_symlink(ignored) || !IsDirectory(place)) return Add(place, FileKind::kOther);
+    for (const fs::directory_entry& entry : List(place)) FindOthers(entry);
   }
 
   void Add(const fs::directory_entry& entry, FileKind kind) {
-    if (IsPropertyFile(entry)) files_.emplace(context_.PathOf(entry.path()), kind);
+    std::error_code ignored;
+    const bool is_file =
+        android::base::EndsWith(entry.path().native(), ".prop") &&
+        (entry.is_symlink(ignored) ? kind != FileKind::kOther : entry.is_regular_file(ignored));
+    if (is_file) files_.emplace(entry.path(), kind);
   }
 
   CheckContext& context_;
@@ -98,8 +113,9 @@ class KeyedFilesFinder {
 
 }  // namespace
 
-std::map<std::string, FileKind> FindKeyedFiles(CheckContext* context) {
-  return KeyedFilesFinder(context).Find();
+std::map<std::string, FileKind> FindKeyedFiles(const std::vector<std::string>& roots,
+                                               CheckContext* context) {
+  return KeyedFilesFinder(context).Find(roots);
 }
 
 }  // namespace extprop

@@ -32,7 +32,9 @@ void PrintFindings(const std::string& tree, const std::vector<Finding>& findings
     const std::string severity = finding.kind().severity;
     out << Visible(GivenPlace(tree, finding.at)) << ": " << (colour ? ColourOf(severity) : "")
         << severity << ':' << (colour ? "\033[0m" : "") << ' ' << Visible(finding.message);
-    if (!finding.other.path.empty()) out << ": " << Visible(GivenPlace(tree, finding.other));
+    if (!finding.other.path.empty()) {
+      out << " (" << Visible(GivenPlace(tree, finding.other)) << ")";
+    }
     out << " [" << finding.id << "]\n";
   }
 }

@@ -1,0 +1,91 @@
+#include "host/extprop/check/meanwhile.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <android-base/file.h>
+
+#include <exception>
+#include <utility>
+
+namespace extprop {
+
+namespace {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::unique_fd;
+
+// What stands before the outcome's text.
+constexpr char kDone = '+';
+constexpr char kFailed = '-';
+
+std::string Outcome(const Meanwhile::Work& work, const Meanwhile::Input& input) {
+  try {
+    Result<std::string> result = work(input);
+    return result.ok() ? kDone + *result : kFailed + result.error().message();
+  } catch (const std::exception& error) {
+    return std::string(1, kFailed) + error.what();
+  }
+}
+
+}  // namespace
+
+Result<Meanwhile> Meanwhile::Start(const Work& work) {
+  Meanwhile started;
+  unique_fd read_input, write_output;
+  if (!android::base::Pipe(&read_input, &started.input_) ||
+      !android::base::Pipe(&started.output_, &write_output)) {
+    return ErrnoError() << "cannot make a pipe";
+  }
+  const pid_t parent = getpid();
+  started.process_ = fork();
+  if (started.process_ < 0) return ErrnoError() << "cannot start a process";
+  if (started.process_ > 0) return started;
+
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(1);
+  started.input_.reset();
+  started.output_.reset();
+  const std::string outcome = Outcome(work, [&]() -> Result<std::string> {
+    std::string input;
+    if (!android::base::ReadFdToString(read_input, &input)) return ErrnoError() << "no input";
+    if (input.empty()) return Error() << "no input";
+    return input;
+  });
+  _exit(android::base::WriteStringToFd(outcome, write_output) ? 0 : 1);
+}
+
+Meanwhile::Meanwhile(Meanwhile&& other) noexcept
+    : process_(std::exchange(other.process_, -1)),
+      input_(std::move(other.input_)),
+      output_(std::move(other.output_)) {}
+
+Meanwhile::~Meanwhile() {
+  if (process_ <= 0) return;
+  kill(process_, SIGKILL);
+  waitpid(process_, nullptr, 0);
+}
+
+Result<std::string> Meanwhile::Finish(const std::string& input) {
+  // Where the work has ended by itself, its outcome says why.
+  struct sigaction ignore = {}, before;
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &ignore, &before);
+  android::base::WriteStringToFd(input, input_);
+  sigaction(SIGPIPE, &before, nullptr);
+  input_.reset();
+  std::string outcome;
+  const bool read = android::base::ReadFdToString(output_, &outcome);
+  waitpid(std::exchange(process_, -1), nullptr, 0);
+  if (!read || outcome.empty()) return Error() << "the child process left no outcome";
+  const char mark = outcome[0];
+  outcome.erase(0, 1);
+  if (mark == kFailed) return Error() << outcome;
+  return outcome;
+}
+
+}  // namespace extprop
