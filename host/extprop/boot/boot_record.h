@@ -88,7 +88,7 @@ struct PropertySet {
 using LineOutcome = android::init::PropertyLineOutcome;
 
 // A line of a property file, as it was read; in the order of reading. Only where the plan asks for
-// lines.
+// lines, and none for blank lines and comments.
 struct PropertyLine {
   std::size_t file = 0;  // an index into the record's property files
   unsigned line = 0;     // from 1

@@ -294,6 +294,7 @@ void Recorder::LeaveFile(std::string_view error) {
 }
 
 void Recorder::ReadLine(const android::init::PropertyLine& line) {
+  if (line.outcome == LineOutcome::kBlank) return;
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_ || inside.back() == kNoImporter || record_.steps.empty()) return;
   Add(PropertyLine{inside.back(), static_cast<unsigned>(line.number), line.outcome,
