@@ -67,10 +67,16 @@ void CheckBoot(const BootRecord& boot, CheckContext* context) {
 
 void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles* unread,
               CheckContext* context) {
-  std::vector<Reading> all;
+  std::vector<std::vector<Reading>> of_boots;
   for (const BootRecord& boot : boots) {
-    const std::vector<Reading> readings = context->ReadingsOf(boot);
-    context->AddRoots(readings);
+    of_boots.push_back(context->ReadingsOf(boot));
+    context->AddRoots(of_boots.back());
+  }
+  unread->ReadFurther();
+  std::vector<Reading> all;
+  for (size_t i = 0; i < boots.size(); ++i) {
+    const BootRecord& boot = boots[i];
+    const std::vector<Reading>& readings = of_boots[i];
     for (const Reading& reading : readings) CheckReading(reading, Imports::kOfBoot, context);
     CheckBoot(boot, context);
     CheckStateFiles(readings, context);

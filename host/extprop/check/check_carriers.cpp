@@ -51,11 +51,11 @@ void CheckMappings(const Survey& survey, CheckContext* context) {
       context->Report("long-nv-key", at,
                       Quoted(line.name) + " never matches: an NV key has eight bytes at most");
     }
-    if (line.value.empty() || context->AnyRootHas(KeyedFile(line.value))) return;
+    if (line.value.empty() || context->carrier_paths.count(KeyedFile(line.value)) != 0) return;
     context->Report("missing-target", at, "no partition has " + KeyedFile(line.value));
   });
   ForEachMapping(survey, kAnyFirstMapping, [&](const Place& at, const PropertyLine& line) {
-    if (line.value.empty() || context->AnyRootHas("properties/" + line.value)) return;
+    if (line.value.empty() || context->carrier_paths.count("properties/" + line.value) != 0) return;
     context->Report("missing-target", at, "no partition has a directory properties/" + line.value);
   });
 }

@@ -1,7 +1,5 @@
 #include "host/extprop/check/check_context.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
 
@@ -158,12 +156,6 @@ void CheckContext::AddRoots(const std::vector<Reading>& readings) {
 void CheckContext::AddRoot(const std::string& directory) {
   const std::string root = fs::path(PathOf(directory + "/build.prop")).parent_path();
   if (std::find(roots.begin(), roots.end(), root) == roots.end()) roots.push_back(root);
-}
-
-bool CheckContext::AnyRootHas(const std::string& path) const {
-  return std::any_of(roots.begin(), roots.end(), [&path](const std::string& root) {
-    return access((root + "/" + path).c_str(), F_OK) == 0;
-  });
 }
 
 std::string Quoted(const std::string& text) {

@@ -77,8 +77,8 @@ class CheckContext {
   void AddRoots(const std::vector<Reading>& readings);
   void AddRoot(const std::string& directory);
 
-  // Returns whether any root has `path` below it.
-  bool AnyRootHas(const std::string& path) const;
+  // Where carriers have files and directories, relative to whichever root has them.
+  std::set<std::string> carrier_paths;
 
  private:
   std::map<std::string, std::string> directories_;  // by a path that leads to them

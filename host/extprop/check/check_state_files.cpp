@@ -33,7 +33,7 @@ bool IsStateFile(const std::string& path) {
 }
 
 void CheckCarrier(const Place& at, const std::string& key, CheckContext* context) {
-  if (key.empty() || context->AnyRootHas("properties/" + key)) return;
+  if (key.empty() || context->carrier_paths.count("properties/" + key) != 0) return;
   context->Report("unknown-carrier", at, "no partition has a directory properties/" + key);
 }
 

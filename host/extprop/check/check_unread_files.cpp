@@ -74,11 +74,10 @@ UnreadFiles::UnreadFiles(CheckContext* context)
   context_.library.read_old_ssv_key(&survey_.ssv_key);
   recorder_->BeginStep({});
   recorder_->LoadStored();
-  FindAndRead();
+  ReadFurther();
 }
 
-// Reads what no boot need be asked about; only roots that are new.
-void UnreadFiles::FindAndRead() {
+void UnreadFiles::ReadFurther() {
   const std::vector<std::string> roots(context_.roots.begin() + roots_done_, context_.roots.end());
   roots_done_ = context_.roots.end() - context_.roots.begin();
   for (const auto& [path, kind] : FindKeyedFiles(roots, &context_)) {
@@ -92,7 +91,6 @@ void UnreadFiles::Read(const std::string& path) {
 }
 
 void UnreadFiles::Check(const BootRecord& boot, const std::vector<Reading>& done) {
-  FindAndRead();
   std::set<std::string> done_paths;
   for (const Reading& reading : done) done_paths.insert(reading.path);
   for (const auto& [path, kind] : survey_.kinds) {

@@ -65,6 +65,7 @@ class KeyedFilesFinder {
       if (name == kNvMapping || name == kFirstMapping) {
         Add(entry, FileKind::kMapping);
       } else if (After(name, "build.") != nullptr && name != "build.prop") {
+        context_.carrier_paths.insert("etc/" + name);
         Add(entry, FileKind::kKeyedFile);
       } else {
         FindOthers(entry);
@@ -78,6 +79,7 @@ class KeyedFilesFinder {
         Add(keyed, FileKind::kOther);
         continue;
       }
+      context_.carrier_paths.insert("properties/" + keyed.path().filename().native());
       for (const fs::directory_entry& kind : List(keyed)) FindOfKind(keyed, kind);
     }
   }

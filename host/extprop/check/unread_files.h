@@ -39,12 +39,12 @@ class UnreadFiles {
   // Reads what is below the roots that `context` has so far.
   explicit UnreadFiles(CheckContext* context);
 
-  // Reads the rest, below further roots too, and checks all but what the boots read, as `done`
-  // tells.
+  // Finds and reads what is below the roots that `context` has got since.
+  void ReadFurther();
+  // Reads the rest and checks all but what the boots read, as `done` tells.
   void Check(const BootRecord& boot, const std::vector<Reading>& done);
 
  private:
-  void FindAndRead();
   void Read(const std::string& path);
 
   CheckContext& context_;
