@@ -79,10 +79,10 @@ void CheckLegacyKeys(const Survey& survey, const BootRecord& boot, CheckContext*
                              {kPropertiesPath}};
   Candidate nv = {survey.nv_key, {survey.nv_source, 1}};
   Candidate ssv = {survey.ssv_key, {survey.ssv_source, 1}};
-  if (CheckBareKey(nv.at.path, nv.key, context)) nv.key.clear();
+  if (!CheckBareKey(nv.at.path, nv.key, context)) nv.key.clear();
   // Of a property file the whole text is a key that nothing can match.
   const bool is_bare = ssv.key.find('=') == std::string::npos;
-  if (!is_bare || CheckBareKey(ssv.at.path, ssv.key, context)) ssv.key.clear();
+  if (!is_bare || !CheckBareKey(ssv.at.path, ssv.key, context)) ssv.key.clear();
   if (!nv.key.empty() && survey.nv_target.empty()) report(nv, kNvMapping);
 
   // The first key is derived only where the device keeps none; then one candidate is enough.

@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "host/extprop/check/check_context.h"
@@ -45,14 +44,19 @@ Place CotaCheck::PlaceOf(const std::string& value) const {
 }
 
 void CotaCheck::ReportBind(const MountEvent& mount) {
-  const bool has_source = access(mount.source.c_str(), F_OK) == 0;
-  const std::string& missing = has_source ? mount.target : mount.source;
-  const std::string why = mount.error == ENOENT ? "there is no " + missing : strerror(mount.error);
-  Place at = PlaceOf(missing);
-  // The default target stands in no file.
-  if (at.path == kBootPath) at = PlaceOf(mount.source);
-  context_.Report("failed-bind", at,
-                  "cannot bind " + mount.source + " on " + mount.target + ": " + why);
+  const std::string what = "cannot bind " + mount.source + " on " + mount.target + ": ";
+  bool any_missing = false;
+  for (const std::string& directory : {mount.source, mount.target}) {
+    if (access(directory.c_str(), F_OK) == 0) continue;
+    any_missing = true;
+    Place at = PlaceOf(directory);
+    // The default target stands in no file.
+    if (at.path == kBootPath) at = PlaceOf(mount.source);
+    context_.Report("failed-bind", at, what + "there is no " + directory);
+  }
+  if (!any_missing) {
+    context_.Report("failed-bind", PlaceOf(mount.source), what + strerror(mount.error));
+  }
 }
 
 void CotaCheck::CheckDirectory(const std::string& message) {

@@ -46,7 +46,7 @@ void CheckOldFormat(const std::string& path, CheckContext* context) {
                   "a bare key, the old format; the next boot rewrites it");
   std::string key;
   android::base::ReadFileToString(path, &key);
-  if (!CheckBareKey(path, key, context)) CheckCarrier({path, 1}, key, context);
+  if (CheckBareKey(path, key, context)) CheckCarrier({path, 1}, key, context);
 }
 
 }  // namespace
@@ -65,15 +65,11 @@ bool IsBareKey(const Reading& reading) {
 }
 
 bool CheckBareKey(const std::string& path, const std::string& key, CheckContext* context) {
-  if (EndsWith(key, "\n") || EndsWith(key, "\r")) {
-    context->Report("line-end-in-key", {path, 1},
-                    "the line end is part of the key " + Quoted(key) + ", so nothing matches it");
-    return true;
-  }
-  if (EndsWith(key, " ") || EndsWith(key, "\t")) {
-    context->Report("trailing-space", {path, 1},
-                    "the blank at the end is part of the key " + Quoted(key));
-  }
+  if (android::base::Trim("x" + key) == "x" + key) return true;
+  const bool line_end = EndsWith(key, "\n") || EndsWith(key, "\r");
+  context->Report(line_end ? "line-end-in-key" : "trailing-space", {path, 1},
+                  std::string(line_end ? "the line end" : "the blank at the end") +
+                      " is part of the key " + Quoted(key) + ", so nothing matches it");
   return false;
 }
 

@@ -10,8 +10,8 @@ namespace extprop {
 // place of a property.
 bool IsBareKey(const Reading& reading);
 
-// Reports white space at the end of the bare key that the file at `path` has. Returns whether it
-// ends with a line end, which no name of a file or mapping has.
+// Reports white space at the end of the bare key that the file at `path` has, which no name of a
+// file or mapping has. Returns whether there is none.
 bool CheckBareKey(const std::string& path, const std::string& key, CheckContext* context);
 
 }  // namespace extprop
