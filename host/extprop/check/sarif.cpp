@@ -1,5 +1,6 @@
 #include <android-base/stringprintf.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <filesystem>
@@ -14,6 +15,7 @@ namespace {
 using nlohmann::json;
 
 constexpr const char* kTreeBase = "DIR";
+constexpr const char* kManual = "man:extprop(1)";
 constexpr const char* kSchema = "https://json.schemastore.org/sarif-2.1.0.json";
 
 // A path as a URI may have it.
@@ -30,11 +32,11 @@ std::string Escaped(const std::string& path) {
   return uri;
 }
 
+// Of what is no line, the beginning is shown: viewers want a line.
 json LocationOf(const Place& place) {
-  json physical = {
-      {"artifactLocation", {{"uri", Escaped(place.path.substr(1))}, {"uriBaseId", kTreeBase}}}};
-  if (place.line != 0) physical["region"] = {{"startLine", place.line}};
-  return {{"physicalLocation", physical}};
+  const json artifact = {{"uri", Escaped(place.path.substr(1))}, {"uriBaseId", kTreeBase}};
+  const json region = {{"startLine", std::max<size_t>(place.line, 1)}};
+  return {{"physicalLocation", {{"artifactLocation", artifact}, {"region", region}}}};
 }
 
 // "illegal-name" as "IllegalName".
@@ -59,7 +61,7 @@ json Rules() {
                      {"shortDescription", {{"text", text}}},
                      {"fullDescription", {{"text", text}}},
                      {"help", {{"text", text}}},
-                     {"messageStrings", {{"default", {{"text", "{0}"}}}}},
+                     {"messageStrings", {{"default", {{"text", "{0}."}}}}},
                      {"defaultConfiguration", {{"level", kind.severity}}}});
   }
   return rules;
@@ -86,8 +88,10 @@ json FindingsSarif(const std::string& tree, const std::vector<Finding>& findings
   for (const Finding& finding : findings) results.push_back(ResultOf(finding));
   std::string base = std::filesystem::absolute(tree).lexically_normal();
   if (base.back() != '/') base += '/';
-  const json driver = {
-      {"name", "extprop"}, {"semanticVersion", EXTPROP_VERSION}, {"rules", Rules()}};
+  const json driver = {{"name", "extprop"},
+                       {"informationUri", kManual},
+                       {"semanticVersion", EXTPROP_VERSION},
+                       {"rules", Rules()}};
   return {{"$schema", kSchema},
           {"version", "2.1.0"},
           {"runs",
