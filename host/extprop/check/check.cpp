@@ -65,6 +65,18 @@ void CheckBoot(const BootRecord& boot, CheckContext* context) {
   }
 }
 
+// Outside the private root, as these links lead out of it.
+std::vector<Finding> CheckLinks(const DeviceTree& tree) {
+  std::vector<Finding> findings;
+  for (const OutgoingLink& link : LinksOut(tree)) {
+    findings.push_back({{link.path},
+                        "outgoing-link",
+                        "it leads to " + link.target + ", outside the device's files",
+                        {}});
+  }
+  return findings;
+}
+
 void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles* unread,
               CheckContext* context) {
   std::vector<std::vector<Reading>> of_boots;
@@ -99,6 +111,7 @@ const std::vector<FindingKind>& FindingKinds() {
       {"byte-order-mark", "error", "a byte order mark, which spoils the first line"},
       {"nul-byte", "error", "a NUL byte, which ends what is read of its line"},
       {"unreadable-file", "error", "a file or directory that cannot be read"},
+      {"outgoing-link", "warning", "a symbolic link that leads out of DIR"},
       {"missing-partition", "warning", "a partition without a build.prop"},
       {"missing-import", "warning", "an import of a file that is not there"},
       {"unexpandable-import", "error", "an import whose path needs a property that is not set"},
@@ -136,7 +149,7 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
   }
   // The files that no boot has to tell of are read while it goes on.
   Result<Meanwhile> check = Meanwhile::Start([&](const Meanwhile::Input& input) {
-    return RunInTree(plan.tree, [&]() -> Result<std::string> {
+    return RunInTree(plan.device, [&]() -> Result<std::string> {
       CheckContext context(plan, library);
       UnreadFiles unread(&context);
       Result<std::string> boots = input();
@@ -146,11 +159,15 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
     });
   });
   if (!check.ok()) return check.error();
+  const std::vector<Finding> links = CheckLinks(plan.device);
   Result<std::vector<BootRecord>> boots = Boots(plan);
   if (!boots.ok()) return boots.error();
   Result<std::string> found = check->Finish(Pack(*boots));
   if (!found.ok()) return found.error();
-  return Unpack<std::vector<Finding>>(*found);
+  std::vector<Finding> findings = Unpack<std::vector<Finding>>(*found);
+  findings.insert(findings.end(), links.begin(), links.end());
+  std::sort(findings.begin(), findings.end());
+  return findings;
 }
 
 }  // namespace extprop

@@ -15,12 +15,6 @@ using android::base::StartsWith;
 
 constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 
-// What the log says before the path of an import that is refused.
-constexpr std::pair<const char*, const char*> kRefusals[] = {
-    {"import refused, the file is being read already: ", "the file is being read already"},
-    {"import refused, nested too deep: ", "imports are nested too deep"},
-    {"import refused, too many files: ", "one load reads too many files"}};
-
 // Lines of mapping files and the info files' own keys are no properties.
 bool IsProperty(const std::string& path, const std::string& name) {
   if (path == kMountInfoFile || path == kModuleInfoFile) {
@@ -141,11 +135,12 @@ void ReadingCheck::CheckImport(const ReadLine& read) {
     if (!depends) Report("unexpandable-import", line, reason == nullptr ? line.name : reason);
     return;
   }
+  const char* logged = After(read.said, "import refused, ");
+  std::string why = logged == nullptr ? "" : logged;
+  const std::string end = ": " + line.name;
   // It is logged once for each path.
-  std::string why = "an earlier import of it was refused";
-  for (const auto& [logged, reason] : kRefusals) {
-    if (After(read.said, logged) != nullptr) why = reason;
-  }
+  const bool known = EndsWith(why, end);
+  why = known ? why.substr(0, why.size() - end.size()) : "an earlier import of it was refused";
   Report("refused-import", line, line.name + " is not imported: " + why);
 }
 

@@ -9,13 +9,12 @@ namespace extprop {
 
 namespace {
 
-// The path in the tree that was given, which is what an editor can open.
-std::string GivenPath(const std::string& tree, const std::string& path) {
-  if (path.empty() || path[0] != '/') return path;
-  return (tree.back() == '/' ? tree.substr(0, tree.size() - 1) : tree) + path;
+// What an editor can open.
+std::string GivenPath(const DeviceTree& tree, const std::string& path) {
+  return path.empty() || path[0] != '/' ? path : AsGiven(tree, path);
 }
 
-std::string GivenPlace(const std::string& tree, const Place& place) {
+std::string GivenPlace(const DeviceTree& tree, const Place& place) {
   const std::string path = GivenPath(tree, place.path);
   return place.line == 0 ? path : path + ":" + std::to_string(place.line);
 }
@@ -26,7 +25,7 @@ const char* ColourOf(const std::string& severity) {
 
 }  // namespace
 
-void PrintFindings(const std::string& tree, const std::vector<Finding>& findings, bool colour,
+void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings, bool colour,
                    std::ostream& out) {
   for (const Finding& finding : findings) {
     const std::string severity = finding.kind().severity;
@@ -51,7 +50,7 @@ std::string CountFindings(const std::vector<Finding>& findings) {
   return counts;
 }
 
-nlohmann::json FindingsJson(const std::string& tree, const std::vector<Finding>& findings) {
+nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings) {
   nlohmann::json list = nlohmann::json::array();
   for (const Finding& finding : findings) {
     list.push_back({{"path", GivenPath(tree, finding.at.path)},

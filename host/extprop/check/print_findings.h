@@ -10,17 +10,17 @@
 
 namespace extprop {
 
-// Prints a line for each, as compilers do. Paths are those in `tree`, as it was given.
-void PrintFindings(const std::string& tree, const std::vector<Finding>& findings, bool colour,
+// Prints a line for each, as compilers do. Paths are as the user knows them.
+void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings, bool colour,
                    std::ostream& out);
 
 // Returns how many there are of each severity, such as "1 error, 2 warnings, 0 notes".
 std::string CountFindings(const std::vector<Finding>& findings);
 
-nlohmann::json FindingsJson(const std::string& tree, const std::vector<Finding>& findings);
+nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings);
 
 // Returns a log in the Static Analysis Results Interchange Format, version 2.1.0; its paths are
-// relative to `tree`.
-nlohmann::json FindingsSarif(const std::string& tree, const std::vector<Finding>& findings);
+// relative to the tree's directory.
+nlohmann::json FindingsSarif(const DeviceTree& tree, const std::vector<Finding>& findings);
 
 }  // namespace extprop

@@ -83,10 +83,10 @@ json ResultOf(const Finding& finding) {
 
 }  // namespace
 
-json FindingsSarif(const std::string& tree, const std::vector<Finding>& findings) {
+json FindingsSarif(const DeviceTree& tree, const std::vector<Finding>& findings) {
   json results = json::array();
   for (const Finding& finding : findings) results.push_back(ResultOf(finding));
-  std::string base = std::filesystem::absolute(tree).lexically_normal();
+  std::string base = std::filesystem::absolute(tree.directory).lexically_normal();
   if (base.back() != '/') base += '/';
   const json driver = {{"name", "extprop"},
                        {"informationUri", kManual},

@@ -35,7 +35,7 @@ bool AnyAsSevere(const std::vector<Finding>& findings, const std::string& level)
   });
 }
 
-Result<void> WriteSarif(const std::string& path, const std::string& tree,
+Result<void> WriteSarif(const std::string& path, const DeviceTree& tree,
                         const std::vector<Finding>& findings) {
   if (path.empty()) return {};
   const std::string text = JsonText(FindingsSarif(tree, findings)) + "\n";
@@ -53,13 +53,13 @@ int Check(const Options& options) {
   if (!findings.ok()) return Fail(kCouldNotRun, findings.error().message());
   Result<size_t> left_out = Select(options.findings, &*findings);
   if (!left_out.ok()) return Fail(kBadInput, left_out.error().message());
-  Result<void> written = WriteSarif(options.sarif, plan->tree, *findings);
+  Result<void> written = WriteSarif(options.sarif, plan->device, *findings);
   if (!written.ok()) return Fail(kCouldNotRun, written.error().message());
 
   if (options.json) {
-    std::cout << JsonText(FindingsJson(plan->tree, *findings)) << '\n';
+    std::cout << JsonText(FindingsJson(plan->device, *findings)) << '\n';
   } else {
-    PrintFindings(plan->tree, *findings, ColourWanted(), std::cout);
+    PrintFindings(plan->device, *findings, ColourWanted(), std::cout);
   }
   if (!std::cout.flush()) return Fail(kCouldNotRun, "cannot write the standard output");
   if (!options.json) {
