@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <clocale>
 #include <condition_variable>
 #include <exception>
 #include <filesystem>
@@ -148,7 +147,6 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
   // Before the private root hides it.
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
-  setlocale(LC_CTYPE, "C.UTF-8");  // as init's, in which text is UTF-8
   if (plan.lines && FindLibraryFunctions(*factory).KSSI_OBSERVE_PropertyFiles == nullptr) {
     return Error() << "this library does not tell the lines that it reads";
   }

@@ -6,6 +6,8 @@
 
 #include <android-base/file.h>
 
+#include <clocale>
+
 namespace extprop {
 
 namespace {
@@ -34,6 +36,7 @@ android::base::Result<Factory> LoadLibrary(const std::string& path) {
   if (library == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();
   void* symbol = dlsym(library, "KSSI_FETCH_IInitExtensionProperty");
   if (symbol == nullptr) return android::base::Error() << name << " has no factory: " << dlerror();
+  setlocale(LC_CTYPE, "C.UTF-8");
   return reinterpret_cast<Factory>(symbol);
 }
 

@@ -64,7 +64,7 @@ class KeyedFilesFinder {
       const std::string name = entry.path().filename();
       if (name == kNvMapping || name == kFirstMapping) {
         Add(entry, FileKind::kMapping);
-      } else if (After(name, "build.") != nullptr && name != "build.prop") {
+      } else if (After(name, "build.") != nullptr && name != "build.prop" && !IsDirectory(entry)) {
         context_.carrier_paths.insert("etc/" + name);
         Add(entry, FileKind::kKeyedFile);
       } else {

@@ -23,7 +23,8 @@ Result<Baseline> ReadBaseline(const std::string& path) {
   std::string text;
   if (!android::base::ReadFileToString(path, &text)) return ErrnoError() << "--baseline " << path;
   try {
-    for (const nlohmann::json& finding : nlohmann::json::parse(text).at("findings")) {
+    const nlohmann::json document = nlohmann::json::parse(text);
+    for (const nlohmann::json& finding : document.at("findings")) {
       ++known[{finding.at("file"), finding.at("id"), finding.at("message")}];
     }
   } catch (const nlohmann::json::exception&) {
@@ -50,7 +51,9 @@ Result<std::size_t> Select(const FindingSelection& selection, std::vector<Findin
     if (Has(selection.ignore, finding.id)) return true;
     if (!selection.only.empty() && !Has(selection.only, finding.id)) return true;
     const auto old = known->find({InJson(finding.at.path), finding.id, InJson(finding.message)});
-    return old != known->end() && old->second-- > 0;
+    if (old == known->end() || old->second == 0) return false;
+    --old->second;
+    return true;
   };
   const auto end = std::stable_partition(findings->begin(), findings->end(),
                                          [&](const Finding& each) { return !counts_not(each); });

@@ -2,113 +2,166 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 
 #include "host/extprop/tests/run_tool.h"
 
 namespace {
 
-const std::string kStock = "mnt/vendor/my_stock/", kCarrier = "mnt/vendor/my_carrier/";
-const std::string kReserve = "mnt/vendor/vemrareserve/", kSsv = kReserve + "system/ssv/";
-const std::string kMountInfo = "data/cota/cota_mount_info.prop";
-const std::string kModuleInfo = "data/cota/cota_module_info.prop";
+const std::string kVendor = "mnt/vendor/", kCarrier = kVendor + "my_carrier/";
+const std::string kReserve = kVendor + "vemrareserve/", kSsv = kReserve + "system/ssv/";
 
+// A device without a fault, for each test to spoil.
 class CheckTest : public testing::Test {
  protected:
-  // The findings without their messages, a file in each line; but for the partitions left out here.
-  std::string Check(const std::string& options, int expected_status) {
-    const auto before = Describe(tree_.path());
-    std::string found, last_path;
-    const auto result = RunJson("check " + tree_.path() + " " + options, "", expected_status);
-    for (const auto& finding : result["findings"]) {
-      const std::string path = finding["path"], id = finding["id"];
-      if (id == "missing-partition" && path != tree_ / kStock + "build.prop") continue;
-      if (path != last_path) found += "\n" + path;
-      last_path = path;
-      found += " " + finding["line"].dump() + ":" + id;
+  CheckTest() {
+    tree_.Write("odm/build.prop",
+                "# comment\n\n \r\nro.brand=one \r\nimport /odm/etc/more.prop ro.*\n");
+    tree_.Write("odm/etc/more.prop", "ro.more=\xC3\xA4\nimport /none.prop\n");
+    for (const char* name : {"preload", "tavlen", "stock", "product", "region", "carrier",
+                             "bigball", "company", "engineering", "manifest"}) {
+      tree_.Write(kVendor + "my_" + name + "/build.prop", "ro.brand=" + std::string(name) + "\n");
     }
+    std::filesystem::create_directory_symlink("mnt/vendor/my_company", tree_ / "my_company");
+    tree_.Write(kCarrier + "etc/flags.prop", "NV KEY/1=nv-west\n");
+    tree_.Write(kCarrier + "etc/nvmap.prop", "NV KEY/1=west\n");
+    tree_.Write(kCarrier + "etc/build.nv-west.prop", "ro.nv=1\n");
+    tree_.Write(kCarrier + "etc/build.eu-west.prop", "ro.operator=1\n");
+    tree_.Write(kCarrier + "properties/west/SimSwitchFirstTime/a.prop", "ro.first=1\n");
+    tree_.Write(kReserve + "radio/exp_operator_switch.config", "NV KEY/1;rest");
+  }
+
+  // What a check prints, the tree's path left out.
+  std::string Check(const std::string& options = "", int status = 0) {
+    const auto before = Describe(tree_.path());
+    const Outcome outcome = RunTool("check " + tree_.path() + " " + options);
+    EXPECT_EQ(outcome.status, status) << outcome.err;
     EXPECT_EQ(Describe(tree_.path()), before);
-    return std::regex_replace(found, std::regex("\n" + tree_.path() + "/"), "\n");
+    counts_ = outcome.err;
+    std::string out = "\n" + outcome.out;
+    const std::string prefix = tree_.path() + "/";
+    for (size_t at; (at = out.find(prefix)) != std::string::npos;) out.erase(at, prefix.size());
+    return out;
   }
 
   TempTree tree_;
+  std::string counts_;
 };
 
-TEST_F(CheckTest, lines_and_imports) {
-  tree_.Write("odm/build.prop", "# comment\n\n \r\nro.a=1\nimport /odm/more.prop\nro.b=x # y\n");
-  tree_.Write("odm/more.prop", "ro.more=\xC3\xA4\nro.long=" + std::string(92, 'x') + "\n");
-  tree_.Write(kCarrier + "build.prop",
-              "ro.a b=1\npersist.long=" + std::string(92, 'x') +
-                  "\nro.bytes=\xff\nno property\nro.twice=1\nro.twice=1\n"
-                  "import /none.prop\nimport /odm/${ro.none}.prop\n"
-                  "import /carrier/cycle.prop\nimport /other/link.prop\nro.a=2\n");
-  tree_.Write(kCarrier + "cycle.prop", "import /mnt/vendor/my_carrier/build.prop\n");
-  tree_.Write(kCarrier + "unused.prop", "import /other/deep.prop\n");
-  tree_.Write("other/deep.prop", "import /other/deep.prop ro.*\n=nameless\n");
-  std::filesystem::create_symlink("/mnt/vendor/my_carrier", tree_ / "carrier");
-  std::filesystem::create_symlink("/odm/build.prop", tree_ / "other/link.prop");
+TEST_F(CheckTest, nothing_is_found_on_a_sound_device) {
+  EXPECT_EQ(Check("--set ro.boot.vmcarrier=BC --fail-on note"), "\n");
+  EXPECT_EQ(counts_, "0 errors, 0 warnings, 0 notes\n");
+}
+
+TEST_F(CheckTest, property_files) {
+  tree_.Write(
+      "odm/build.prop",
+      "\xEF\xBB\xBFro.mark=1\nro.a b=1\nro.bytes=\xff\nno property\nro.twice=1\nro.twice=2\n"
+      "import /none.prop\nimport /odm/${ro.none}.prop\nimport /odm/cycle.prop\n"
+      "import /odm/link.prop\n" +
+          std::string("ro.nul=1\0x\n", 11));
+  tree_.Write("odm/cycle.prop", "import /odm/build.prop\n");
+  std::filesystem::create_symlink("cycle.prop", tree_ / "odm/link.prop");
+  // Read by no boot of this device, alone and in a place that is not known.
+  tree_.Write(kCarrier + "etc/parts/deep.prop", "import /none.prop\n=nameless\n");
+  tree_.Write(kCarrier + "properties/east/SimSwitchCurrentTime/a.prop",
+              "ro.order=1\nimport /${sys.sim.switch.current}.prop\nimport /none.prop\n");
+  tree_.Write(kCarrier + "properties/east/SimSwitchCurrentTime/b.prop", "ro.order=2\n");
+  std::filesystem::remove(tree_ / kVendor + "my_stock/build.prop");
   EXPECT_EQ(Check("", 1), R"(
-mnt/vendor/my_carrier/build.prop 1:illegal-name 2:illegal-value 3:illegal-value 4:not-a-property)"
-                          R"( 6:duplicate-name 7:missing-import 8:unexpandable-import)"
-                          R"( 9:refused-import 10:unreadable-file 11:partition-override
-mnt/vendor/my_carrier/cycle.prop 1:refused-import
-mnt/vendor/my_stock/build.prop 0:missing-partition
-other/deep.prop 1:refused-import 2:illegal-name
-other/link.prop 0:unreadable-file)");
+mnt/vendor/my_carrier/etc/parts/deep.prop:2: error: '' is no legal property name [illegal-name]
+mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/a.prop:3: warning: /none.prop does not exist [missing-import]
+mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/b.prop:1: warning: 'ro.order' is '1' in another file, and which counts depends on the directory's order (mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/a.prop:1) [directory-order]
+mnt/vendor/my_stock/build.prop: warning: there is no such file, so the partition has no build properties [missing-partition]
+odm/build.prop:1: error: the byte order mark \xef\xbb\xbf is read as the beginning of the line [byte-order-mark]
+odm/build.prop:2: error: 'ro.a b' is no legal property name [illegal-name]
+odm/build.prop:3: error: 'ro.bytes': Value is not a UTF8 encoded string [illegal-value]
+odm/build.prop:4: warning: 'no property' is no property, comment or import [not-a-property]
+odm/build.prop:6: warning: 'ro.twice' has another value already; this one counts (odm/build.prop:5) [duplicate-name]
+odm/build.prop:7: warning: /none.prop does not exist [missing-import]
+odm/build.prop:8: error: property 'ro.none' doesn't exist while expanding '/odm/${ro.none}.prop' [unexpandable-import]
+odm/build.prop:11: error: nothing from the NUL byte to the end of the line is read [nul-byte]
+odm/cycle.prop:1: error: /odm/build.prop is not imported: the file is being read already [refused-import]
+odm/link.prop: error: it is a symbolic link, and links to property files are not followed (odm/build.prop:10) [unreadable-file]
+)");
+  EXPECT_EQ(counts_, "8 errors, 6 warnings, 0 notes\n");
 }
 
-TEST_F(CheckTest, carrier_keys_and_state_files) {
-  tree_.Write(kStock + "build.prop", "");
-  tree_.Write(kCarrier + "etc/flags.prop", "NV KEY/1=x\n");
-  tree_.Write(kReserve + "radio/exp_operator_switch.config", "NV KEY/1;rest");
-  tree_.Write(kCarrier + "properties/k/SimSwitchFirstTime/a.prop", "ro.k=1\n");
-  tree_.Write(kSsv + "sim_switch_first_file", "sys.sim.switch.first=k\n");
-  EXPECT_EQ(Check("--set ro.boot.vmcarrier=BC", 0), "");
-
-  tree_.Write(kCarrier + "properties/k/SimSwitchCurrent/a.prop", "");
-  tree_.Write(kReserve + "radio/exp_operator_switch.config", "UNKNOWN1");
-  tree_.Write(kSsv + "sim_action_file", "ssv");
-  tree_.Write(kSsv + "sim_switch_current_file", "old\n");
-  tree_.Write(kSsv + "sim_switch_common_prop_file", "sys.count=1 \n");
-  std::filesystem::remove(tree_ / kSsv + "sim_switch_first_file");
-  EXPECT_EQ(Check("--set ro.boot.vmcarrier=BC", 0), R"(
-mnt/vendor/my_carrier/properties/k/SimSwitchCurrent 0:unreachable-directory
-mnt/vendor/vemrareserve/radio/exp_operator_switch.config 1:unmapped-key 1:unmapped-key
-mnt/vendor/vemrareserve/system/ssv/sim_action_file 1:unmapped-key
-mnt/vendor/vemrareserve/system/ssv/sim_switch_common_prop_file 1:trailing-space
-mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file 1:old-state-file 1:trailing-space
-<properties> 0:unmapped-key)");
+TEST_F(CheckTest, carriers_and_state_files) {
+  tree_.Write(kCarrier + "etc/flags.prop", "TOO LONG/1=nv-west\nNV=nv-none\n");
+  tree_.Write(kCarrier + "etc/nvmap.prop", "BC=nowhere\n");
+  tree_.Write(kCarrier + "etc/build.EU-West.prop", "");
+  tree_.Write(kCarrier + "properties/west/SimSwitchFirst/a.prop", "");
+  tree_.Write(kSsv + "sim_action_file", "west\r\n");
+  tree_.Write(kSsv + "sim_switch_current_file", "east");
+  tree_.Write("data/system/customize/sim_switch/sim_switch_first_file", "west\n");
+  EXPECT_EQ(Check("--set ro.boot.vmcarrier=ABC", 1), R"(
+data/system/customize/sim_switch/sim_switch_first_file:1: warning: a bare key, which is ignored in this file [old-state-file]
+mnt/vendor/my_carrier/etc/build.EU-West.prop: warning: no mapping file leads to 'EU-West', and no operator properties do; only that very SSV key would [unreached-file]
+mnt/vendor/my_carrier/etc/flags.prop:1: warning: 'TOO LONG/1' never matches: an NV key has eight bytes at most [long-nv-key]
+mnt/vendor/my_carrier/etc/flags.prop:2: warning: no partition has etc/build.nv-none.prop [missing-target]
+mnt/vendor/my_carrier/etc/nvmap.prop:1: warning: no partition has a directory properties/nowhere [missing-target]
+mnt/vendor/my_carrier/properties/west/SimSwitchFirst: warning: it is never looked into for the key 'west' [unreachable-directory]
+mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no etc/flags.prop knows the key 'NV KEY/1' [unmapped-key]
+mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no etc/nvmap.prop knows the key 'NV KEY/1' [unmapped-key]
+mnt/vendor/vemrareserve/system/ssv/sim_action_file:1: error: the line end is part of the key 'west\r\n', so nothing matches it [line-end-in-key]
+mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
+mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: no partition has a directory properties/east [unknown-carrier]
+<properties>: warning: no etc/nvmap.prop knows the key 'ABC' [unmapped-key]
+)");
 }
 
-TEST_F(CheckTest, cota_info_files) {
-  tree_.Write(kStock + "build.prop", "");
-  tree_.Write("mnt/cota/m/build.prop", "");
+TEST_F(CheckTest, cota_image_and_modules) {
+  tree_.Write("data/cota/cota_mount_info.prop",
+              "sys.cotaimg.verify=1\nsys.cota.load.properties=/data/cota/image\n");
+  tree_.Write("data/cota/image/build.prop", "ro.brand one\n");
+  tree_.Write("data/cota/image/properties/east/SimSwitchFirstTime/a.prop", "ro..dots=1\n");
+  tree_.Write("data/cota/cota_module_info.prop",
+              "mount_point=/data/cota/image\nmodule_type=media\nbind_point=/nowhere\n");
   tree_.Write("my_carrier/under", "");
-  tree_.Write(kMountInfo,
-              "sys.cotaimg.verify=1\nsys.cota.load.properties=/mnt/cota/m\n"
-              "bind_point=/my_carrier\nro.build.cota.date=1\nbindpoint=/odm\n");
-  tree_.Write(kModuleInfo,
-              "mount_point=/mnt/cota/m\nmodule_type=media\nbind_point=/my_carrier\nro.m=1\n");
-  EXPECT_EQ(Check("", 0), "\n" + kMountInfo + " 5:unread-key");
-
-  tree_.Write(kMountInfo, "fonts=/mnt/cota/fonts\n\nstray=/data/x\n");
-  tree_.Write(kModuleInfo, "mount_point=/mnt\nmodule_type=media\nbind_point=/nowhere\n");
-  EXPECT_EQ(Check("", 1),
-            "\n" + kModuleInfo + " 3:failed-bind\n" + kMountInfo + " 3:module-directory");
-  tree_.Write(kModuleInfo, "mount_point=/mnt\nmoduletype=media\nbind_point=/my_carrier\n");
-  EXPECT_EQ(Check("", 1), "\n" + kModuleInfo + " 1:unread-key 2:unread-key 3:unread-key\n" +
-                              kMountInfo + " 3:module-directory");
+  const std::string module_finding =
+      "\ndata/cota/cota_module_info.prop:3: error: cannot bind /data/cota/image on /nowhere: "
+      "there is no /nowhere [failed-bind]\n";
+  EXPECT_EQ(
+      Check("", 1),
+      module_finding +
+          R"(data/cota/image/build.prop:1: warning: 'ro.brand one' is no property, comment or import [not-a-property]
+data/cota/image/properties/east/SimSwitchFirstTime/a.prop:1: error: 'ro..dots' is no legal property name [illegal-name]
+)");
+  tree_.Write("data/cota/cota_mount_info.prop", "fonts=/mnt/cota/fonts\nstray=/data/x\n");
+  EXPECT_EQ(
+      Check("", 1),
+      module_finding +
+          R"(data/cota/cota_mount_info.prop:2: error: /data/x lies where no module directory may be [module-directory]
+)");
 }
 
-TEST_F(CheckTest, prints_as_compilers_do_and_tells_when_it_could_not_run) {
-  tree_.Write(kStock + "build.prop", "a b\x01=1\n");
-  EXPECT_EQ(RunTool("check " + tree_.path() + "/ | grep -v missing-partition").out,
-            tree_ / kStock +
-                "build.prop:1: error: 'a b\\x01' is no legal property name "
-                "[illegal-name]\n");
-  ExpectRefusal(RunTool("check " + tree_ / "none"), 2, "none: not a directory");
-  ExpectRefusal(RunTool("check " + tree_.path() + " --library /dev/null"), 2, "cannot load");
+TEST_F(CheckTest, in_a_pipeline) {
+  EXPECT_NE(Check("--only partition-override --fail-on note", 1).find("'ro.brand' replaces 'one'"),
+            std::string::npos);
+  EXPECT_EQ(counts_, "0 errors, 0 warnings, 10 notes\n");
+  tree_.Write("odm/etc/more.prop", "no property\n");
+  Check();
+  EXPECT_EQ(Check("--fail-on warning --ignore not-a-property"), "\n");
+  EXPECT_EQ(counts_, "0 errors, 0 warnings, 0 notes; 1 left out\n");
+
+  TempTree scratch;
+  const std::string known = scratch / "known.json", sarif = scratch / "check.sarif";
+  RunTool("check " + tree_.path() + " --json >" + known);
+  tree_.Write("odm/etc/more.prop", "# moved\nno property\nno property\n");
+  EXPECT_EQ(Check("--fail-on warning --baseline " + known + " --sarif " + sarif, 1),
+            "\nodm/etc/more.prop:3: warning: 'no property' is no property, comment or import "
+            "[not-a-property]\n");
+  std::string text;
+  android::base::ReadFileToString(sarif, &text);
+  const auto result = nlohmann::json::parse(text)["/runs/0/results/0"_json_pointer];
+  EXPECT_EQ(result["/locations/0/physicalLocation/artifactLocation/uri"_json_pointer],
+            "odm/etc/more.prop");
+
+  const std::string check = "check " + tree_.path();
+  ExpectRefusal(RunTool(check + " --only no-such-id"), 2, "no-such-id");
+  ExpectRefusal(RunTool(check + " --baseline " + sarif), 2, "not what check --json prints");
+  ExpectRefusal(RunTool(check + " --library /dev/null"), 2, "cannot load");
 }
 
 }  // namespace
