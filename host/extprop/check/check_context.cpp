@@ -62,7 +62,7 @@ class ReadingsFinder {
     if (const auto* file = std::get_if<FileEvent>(&event.what)) TakeFile(*file);
     if (const auto* line = std::get_if<PropertyLine>(&event.what)) TakeLine(event, *line);
     if (const auto* log = std::get_if<LogLine>(&event.what)) {
-      ReadLine*& refused = refused_[event.thread];
+      CheckedLine*& refused = refused_[event.thread];
       if (refused != nullptr) refused->said = log->message;
       refused = nullptr;
     }
@@ -79,7 +79,7 @@ class ReadingsFinder {
     PlaceUpTo(line.file + 1);
     refused_[event.thread] = nullptr;
     if (written_.count(record_.property_files[line.file].path) != 0) return;
-    std::vector<ReadLine>& lines = readings_[line.file].lines;
+    std::vector<CheckedLine>& lines = readings_[line.file].lines;
     lines.push_back({&line, ""});
     if (IsRefusal(line.outcome)) refused_[event.thread] = &lines.back();
   }
@@ -97,7 +97,7 @@ class ReadingsFinder {
     for (size_t i = 0; i < readings_.size(); ++i) {
       const size_t importer = record_.property_files[i].importer;
       if (importer == kNoImporter) continue;
-      const std::vector<ReadLine>& lines = readings_[importer].lines;
+      const std::vector<CheckedLine>& lines = readings_[importer].lines;
       size_t& next = lines_done[importer];
       while (next < lines.size() && lines[next].line->outcome != LineOutcome::kImportFollowed) {
         ++next;
@@ -114,7 +114,7 @@ class ReadingsFinder {
   Binds binds_;
   std::set<std::string> written_;
   size_t placed_ = 0;
-  ReadLine* refused_[2] = {};  // by thread: the line that the next log line is about
+  CheckedLine* refused_[2] = {};  // by thread: the line that the next log line is about
 };
 
 }  // namespace

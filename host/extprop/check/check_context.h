@@ -26,7 +26,7 @@ constexpr const char* kMountInfoFile = "/data/cota/cota_mount_info.prop";
 constexpr const char* kModuleInfoFile = "/data/cota/cota_module_info.prop";
 
 // A line that was read, and what the library logged about it where it refused an import.
-struct ReadLine {
+struct CheckedLine {
   const PropertyLine* line;
   std::string said;
 };
@@ -39,7 +39,7 @@ struct Reading {
   std::size_t outermost = 0;  // the reading that no import led to, in the same list
   Place import;               // the line that led to it; no path in the outermost
   const Step* step = nullptr;
-  std::vector<ReadLine> lines;
+  std::vector<CheckedLine> lines;
 };
 
 // What is known of the context that a file's imports are followed in.

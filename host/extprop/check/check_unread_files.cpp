@@ -39,7 +39,7 @@ void CheckOrder(const Survey& survey, CheckContext* context) {
     const std::string& path = survey.readings[reading.outermost].path;
     const auto kind = survey.kinds.find(path);
     if (kind == survey.kinds.end() || kind->second != FileKind::kKeyedInOrder) continue;
-    for (const ReadLine& read : reading.lines) {
+    for (const CheckedLine& read : reading.lines) {
       const PropertyLine& line = *read.line;
       if (Sets(line)) files[path][line.name] = {line.value, {reading.path, line.line}};
     }
