@@ -7,10 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 
 #include "host/extprop/boot/in_tree.h"
@@ -103,19 +100,6 @@ class Watchdog {
   std::thread thread_;
 };
 
-void Lay(const LaidFile& file) {
-  if (file.how == LaidFile::How::kRemove) {
-    unlink(file.path.c_str());
-    return;
-  }
-  std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(file.path).parent_path(), ignored);
-  const auto mode = file.how == LaidFile::How::kAppend ? std::ios::app : std::ios::trunc;
-  std::ofstream stream(file.path, std::ios::binary | mode);
-  stream << file.content << std::flush;
-  if (!stream) throw std::runtime_error("cannot write " + file.path + " in the private root");
-}
-
 }  // namespace
 
 BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up) {
@@ -152,7 +136,7 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
   }
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   Result<std::string> record = RunInTree(plan.device, [&]() -> Result<std::string> {
-    for (const LaidFile& file : plan.laid) Lay(file);
+    if (plan.prepare) plan.prepare();
     const BootRecord played = PlayHost(plan, *factory, EndChild);
     Result<void> kept;
     if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, played);

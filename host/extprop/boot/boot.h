@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,22 +20,15 @@ struct PlannedStep {
   std::string argument;
 };
 
-// A file that the device has in place of its own, or has no more.
-struct LaidFile {
-  enum class How { kReplace, kAppend, kRemove };
-  std::string path;
-  std::string content;
-  How how = How::kReplace;
-};
-
 struct BootPlan {
   std::string tree;     // the device's files, as the user named them; never changed
   DeviceTree device;    // the same, opened
   std::string library;  // the path of libextproperty.so; empty to find it
   Properties properties;
   std::vector<PlannedStep> steps;
-  std::vector<LaidFile> laid;  // over the tree, in the private root only
-  bool lines = false;          // record the lines of property files
+  // Changes the device's files before the boot, in the private root only; may throw.
+  std::function<void()> prepare;
+  bool lines = false;  // record the lines of property files
   std::chrono::seconds timeout = std::chrono::seconds(30);
   // An empty directory that receives the resulting tree (kept_tree.h); not owned, -1 for none.
   int keep_fd = -1;

@@ -11,6 +11,7 @@
 #include "host/extprop/boot/kept_tree.h"
 #include "host/extprop/boot/phone.h"
 #include "host/extprop/boot/property_input.h"
+#include "host/extprop/carriers/carrier_keys.h"
 
 namespace extprop {
 
@@ -126,7 +127,30 @@ std::string Words(const char* of, const std::vector<std::string>& words) {
   return text;
 }
 
+Result<void> ChooseCarriers(const std::vector<CarrierChoice>& carriers, BootPlan* plan) {
+  if (carriers.empty()) return {};
+  Result<std::vector<CarrierKey>> keys = FindCarrierKeys(*plan);
+  if (!keys.ok()) return keys.error();
+  for (const std::string& doubt : Doubts(carriers, *keys)) {
+    fprintf(stderr, "extprop: warning: --carrier %s\n", doubt.c_str());
+  }
+  Result<void> chosen = PutInForce(carriers, plan);
+  if (!chosen.ok()) return Error() << "--carrier: " << chosen.error();
+  return {};
+}
+
 }  // namespace
+
+void AddCarrierOption(CLI::App* command, const std::string& name, const std::string& help,
+                      std::vector<CarrierChoice>* choices) {
+  AddRepeated(command, name, help, "KIND=KEY", [name, choices](const std::string& value) {
+    Result<CarrierChoice> choice = ParseCarrierChoice(value);
+    if (!choice.ok()) {
+      throw CLI::ValidationError(name + " " + value, choice.error().message());
+    }
+    choices->push_back(*choice);
+  });
+}
 
 std::string StepHelp() {
   return "extprop help boot tells in which order the loaders are called, and their names and "
@@ -170,6 +194,10 @@ CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
               [options](const std::string& value) { options->property_files.push_back(value); });
   AddRepeated(command, "--set", "One more property to boot with, after all files", "NAME=VALUE",
               [options](const std::string& value) { options->assignments.push_back(value); });
+  AddCarrierOption(command, "--carrier",
+                   "Boot as set up for a carrier: first, current, channel, nv, ssv, operator or "
+                   "vmcarrier, and its key",
+                   &options->carriers);
   AddRepeated(
       command, "--call", "Call a loader", "LOADER[=ARGUMENT]",
       [options](const std::string& value) { options->steps.emplace_back(Order::kCall, value); });
@@ -221,6 +249,8 @@ Result<BootPlan> MakePlan(const BootOptions& options) {
     Result<void> added = AddPhone(options.phone, &plan);
     if (!added.ok()) return Error() << "--phone " << added.error();
   }
+  Result<void> chosen = ChooseCarriers(options.carriers, &plan);
+  if (!chosen.ok()) return chosen.error();
   return plan;
 }
 

@@ -23,7 +23,8 @@ struct Column {
 
 // What is set only to choose the carrier is no result.
 Result<Column> BootWith(const CarrierKey& key, BootPlan plan, const BootRecord& by_default) {
-  PutInForce(key, &plan);
+  Result<void> in_force = PutInForce({{key.kind, key.name}}, &plan);
+  if (!in_force.ok()) return in_force.error();
   Result<BootRecord> record = RunBoot(plan);
   if (!record.ok()) return record.error();
   Column column{key, Compare(by_default, *record)};
@@ -45,8 +46,8 @@ void PrintText(const Column& column) {
   const auto& [key, differences] = column;
   const char* bold = ColourWanted() ? "\033[1m" : "";
   const char* plain = ColourWanted() ? "\033[0m" : "";
-  std::cout << bold << key.kind << ' ' << Visible(android::base::Join(key.names, ", "));
-  if (key.names.front() != key.target) std::cout << " -> " << Visible(key.target);
+  std::cout << bold << key.kind << ' ' << Visible(key.name);
+  if (!key.target.empty() && key.name != key.target) std::cout << " -> " << Visible(key.target);
   std::cout << plain << '\n';
   for (const std::string& source : key.sources) std::cout << "  " << Visible(source) << '\n';
   if (differences.empty()) std::cout << "    as by default\n";
@@ -70,6 +71,7 @@ int Carriers(const Options& options) {
 
   json carriers = json::array();
   for (const CarrierKey& key : *keys) {
+    if (!key.listed || !key.never.empty()) continue;
     Result<Column> column = BootWith(key, *plan, *by_default);
     if (!column.ok()) return Fail(kFailed, column.error().message());
     if (!options.json) PrintText(*column);

@@ -48,6 +48,7 @@ Result<BootRecord> OtherSide(const Options& options) {
   if (!options.tree_b.empty()) other.tree = options.tree_b;
   Append(options.property_files_b, &other.property_files);
   Append(options.assignments_b, &other.assignments);
+  other.carriers = Override(other.carriers, options.carriers_b);
   return BootSide(other);
 }
 
@@ -66,10 +67,11 @@ void PrintSide(const char* mark, const char* colour, const Ending& ending) {
 
 int Diff(const Options& options) {
   const bool other_boot = !options.tree_b.empty() || !options.property_files_b.empty() ||
-                          !options.assignments_b.empty();
+                          !options.assignments_b.empty() || !options.carriers_b.empty();
   const bool phone = !options.against.empty();
   if (other_boot == phone) {
-    return Fail(kTrouble, "diff needs a second DIR, --set-b or --props-b, or else --against");
+    return Fail(kTrouble,
+                "diff needs a second DIR, --set-b, --props-b or --carrier-b, or else --against");
   }
   Result<BootRecord> a = BootSide(options.boot);
   if (!a.ok()) return Fail(kTrouble, a.error().message());

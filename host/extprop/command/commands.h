@@ -33,6 +33,7 @@ struct Options {
   std::string tree_b;
   std::vector<std::string> property_files_b;
   std::vector<std::string> assignments_b;
+  std::vector<CarrierChoice> carriers_b;
   std::string against;  // what a phone printed, instead of a second boot
 
   // Of check.

@@ -89,6 +89,8 @@ void AddDiffCommand(CLI::App* command, Options* options) {
   command->add_option("--set-b", options->assignments_b, "A further --set, for the second boot")
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
+  AddCarrierOption(command, "--carrier-b", "A further --carrier, for the second boot",
+                   &options->carriers_b);
   command->add_option("--against", options->against, "Compare with what getprop printed on a phone")
       ->type_name("FILE");
   command->add_flag("--json", options->json, "Print the differences as JSON");
