@@ -127,7 +127,8 @@ BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up) {
   return recorder->Finish();
 }
 
-Result<BootRecord> RunBoot(const BootPlan& plan) {
+Result<std::string> RunBootFor(const BootPlan& plan,
+                               const std::function<std::string(const BootRecord&)>& digest) {
   // Before the private root hides it.
   Result<Factory> factory = LoadLibrary(plan.library);
   if (!factory.ok()) return factory.error();
@@ -135,14 +136,18 @@ Result<BootRecord> RunBoot(const BootPlan& plan) {
     return Error() << "this library does not tell the lines that it reads";
   }
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
-  Result<std::string> record = RunInTree(plan.device, [&]() -> Result<std::string> {
+  return RunInTree(plan.device, [&]() -> Result<std::string> {
     if (plan.prepare) plan.prepare();
     const BootRecord played = PlayHost(plan, *factory, EndChild);
     Result<void> kept;
     if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, played);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
-    return Pack(played);
+    return digest(played);
   });
+}
+
+Result<BootRecord> RunBoot(const BootPlan& plan) {
+  Result<std::string> record = RunBootFor(plan, Pack<BootRecord>);
   if (!record.ok()) return record.error();
   return Unpack<BootRecord>(*record);
 }

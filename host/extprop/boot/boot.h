@@ -41,6 +41,11 @@ struct BootPlan {
 // error names the file that it waits for), or the resulting tree cannot be kept.
 android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
 
+// The same, but returns what `digest` makes of the record, for which it is called in the child
+// process: for a caller that wants less than the whole.
+android::base::Result<std::string> RunBootFor(
+    const BootPlan& plan, const std::function<std::string(const BootRecord& record)>& digest);
+
 // Is told why a boot is given up, on a thread of its own; has to end the process.
 using GiveUp = void (*)(const std::string& error);
 

@@ -212,6 +212,14 @@ Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
   return Unpack<std::vector<CarrierKey>>(*found);
 }
 
+std::vector<CarrierChoice> ChoicesOf(const std::vector<CarrierKey>& keys) {
+  std::vector<CarrierChoice> choices;
+  for (const CarrierKey& key : keys) {
+    if (key.listed && key.never.empty()) choices.push_back({key.kind, key.name});
+  }
+  return choices;
+}
+
 std::vector<std::string> Doubts(const std::vector<CarrierChoice>& choices,
                                 const std::vector<CarrierKey>& keys) {
   std::vector<std::string> doubts;

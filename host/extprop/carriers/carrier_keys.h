@@ -37,6 +37,9 @@ nlohmann::json ToJson(const CarrierKey& key);
 // Finds all carrier keys that the tree of `plan` knows, in the order of kCarrierKinds and by name.
 android::base::Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
 
+// Returns the choices of those that are listed and that a device can have.
+std::vector<CarrierChoice> ChoicesOf(const std::vector<CarrierKey>& keys);
+
 // Says of each choice that has no effect on the device why, and which keys it may have been meant
 // to be; one sentence each.
 std::vector<std::string> Doubts(const std::vector<CarrierChoice>& choices,

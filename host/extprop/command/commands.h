@@ -27,10 +27,16 @@ struct Options {
   std::string save_props;
   std::string html;
 
+  // Of carriers.
+  bool json_lines = false;
+  bool stat = false;
+  unsigned jobs = 0;  // how many boots at once; 0 for the number of cores
+
   std::string name;  // of explain: a property, or a glob
 
+  std::string tree_b;  // of diff and carriers
+
   // Of diff, whose second boot differs by them from the first.
-  std::string tree_b;
   std::vector<std::string> property_files_b;
   std::vector<std::string> assignments_b;
   std::vector<CarrierChoice> carriers_b;

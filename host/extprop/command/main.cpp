@@ -105,11 +105,22 @@ Examples:
 
 void AddCarriersCommand(CLI::App* command, Options* options) {
   AddBootOptions(command, &options->boot);
+  command->add_option("DIR_B", options->tree_b, "The next build's files, to compare with")
+      ->type_name("");
+  command->add_flag("--stat", options->stat, "Print how much differs, not what");
   command->add_flag("--json", options->json, "Print the carriers as JSON");
+  command->add_flag("--json-lines", options->json_lines, "The same, one object a line");
+  command
+      ->add_option("-j,--jobs", options->jobs,
+                   "How many boots to make at once; as many as there are cores if left out")
+      ->type_name("N");
   command->footer(StepHelp() + R"(
+Exit status: 0 done, 1 a boot failed, 2 bad input. Of two builds: 0 the same, 1 different, 2 trouble.
+
 Examples:
   extprop carriers image --props getprop.txt
-  extprop carriers image --json | jq '.carriers[] | select(.kind == "first")')");
+  extprop carriers image next-image --stat
+  extprop carriers image --json-lines | jq -r 'select(.differences == []) | .name')");
 }
 
 void AddCheckCommand(CLI::App* command, Options* options) {

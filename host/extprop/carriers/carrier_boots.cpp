@@ -1,0 +1,91 @@
+#include "host/extprop/carriers/carrier_boots.h"
+
+#include "host/extprop/boot/pack.h"
+#include "host/extprop/carriers/job_pool.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::Result;
+using Choices = std::vector<CarrierChoice>;
+
+std::string ValueOf(const Properties& properties, const std::string& name) {
+  const auto found = properties.find(name);
+  return found == properties.end() ? "" : found->second;
+}
+
+// The names whose endings are to be told of a boot of `plan`.
+std::set<std::string> NamesToTell(const CarrierBoots& boots, const BootPlan& plan,
+                                  const BootRecord& record) {
+  std::set<std::string> names = boots.names;
+  const auto look = [&](const std::string& name, const std::string& by_default) {
+    const std::string value = ValueOf(record.properties, name);
+    if (value == by_default) return;
+    const std::string given = ValueOf(plan.properties, name);
+    if (given != value || given == ValueOf(boots.plan.properties, name)) names.insert(name);
+  };
+  for (const auto& [name, ending] : boots.by_default) look(name, ending.value);
+  for (const auto& [name, value] : record.properties) {
+    if (boots.by_default.count(name) == 0) look(name, "");
+  }
+  return names;
+}
+
+std::string ErrorOf(const BootRecord& record) {
+  for (const Step& step : record.steps) {
+    if (!step.error.empty()) return step.name + ": " + step.error;
+  }
+  return "";
+}
+
+// Boots `plan` with the choices and returns what `tell` makes of the record, in the child.
+template <typename Tell>
+CarrierOutcome Boot(BootPlan plan, const Choices& choices, const Tell& tell) {
+  plan.lines = true;
+  Result<void> in_force = PutInForce(choices, &plan);
+  if (!in_force.ok()) return {in_force.error().message(), {}};
+  Result<std::string> outcome = RunBootFor(plan, [&](const BootRecord& record) {
+    const std::string error = ErrorOf(record);
+    return Pack(error.empty() ? CarrierOutcome{"", tell(plan, record)} : CarrierOutcome{error, {}});
+  });
+  if (!outcome.ok()) return {outcome.error().message(), {}};
+  return Unpack<CarrierOutcome>(*outcome);
+}
+
+}  // namespace
+
+CarrierOutcome BootWhole(const BootPlan& plan, const Choices& choices) {
+  return Boot(plan, choices,
+              [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); });
+}
+
+Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
+                                   const std::set<std::string>& names) {
+  CarrierOutcome booted = BootWhole(plan, base);
+  if (!booted.error.empty()) return android::base::Error() << booted.error;
+  return CarrierBoots{plan, std::move(booted.endings), base, names};
+}
+
+CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices) {
+  return Boot(boots.plan, Override(boots.base, choices),
+              [&](const BootPlan& plan, const BootRecord& record) {
+                Endings endings = EndingsOf(record);
+                Endings told;
+                for (const std::string& name : NamesToTell(boots, plan, record)) {
+                  told[name] = endings[name];
+                }
+                return told;
+              });
+}
+
+Result<void> BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
+                      const std::function<void(size_t, CarrierOutcome)>& take) {
+  return RunJobs(
+      choices.size(), jobs, [&](size_t index) { return Pack(BootWith(boots, choices[index])); },
+      [&](size_t index, const std::string& outcome) {
+        take(index, Unpack<CarrierOutcome>(outcome));
+      });
+}
+
+}  // namespace extprop

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "host/extprop/boot/boot.h"
+#include "host/extprop/carriers/carrier_choice.h"
+#include "host/extprop/explain/compare.h"
+
+namespace extprop {
+
+constexpr auto FieldsOf(const Ending*) {
+  return std::make_tuple(std::pair("value", &Ending::value), std::pair("place", &Ending::place),
+                         std::pair("loader", &Ending::loader), std::pair("note", &Ending::note));
+}
+
+// A device that is booted many times.
+struct CarrierBoots {
+  BootPlan plan;       // without any carrier choice
+  Endings by_default;  // of its boot with those of `base`
+  std::vector<CarrierChoice> base;
+  std::set<std::string> names;  // what is told even where it is as by default
+};
+
+// How a boot with choices ends.
+struct CarrierOutcome {
+  std::string error;  // why it could not be made or completed; empty where it could
+  // Of the properties that have another value than by default, without those that were only set to
+  // choose the carrier, and of those in `names` that anything sets.
+  Endings endings;
+};
+
+constexpr auto FieldsOf(const CarrierOutcome*) {
+  return std::make_tuple(std::pair("error", &CarrierOutcome::error),
+                         std::pair("endings", &CarrierOutcome::endings));
+}
+
+// Boots the plan with the choices and tells everything.
+CarrierOutcome BootWhole(const BootPlan& plan, const std::vector<CarrierChoice>& choices);
+
+// Boots the plan with the base choices alone. Fails where the boot cannot be made or completed.
+android::base::Result<CarrierBoots> BootByDefault(const BootPlan& plan,
+                                                  const std::vector<CarrierChoice>& base,
+                                                  const std::set<std::string>& names = {});
+
+// Boots once more with `choices` in place of what contradicts them in the base.
+CarrierOutcome BootWith(const CarrierBoots& boots, const std::vector<CarrierChoice>& choices);
+
+// Boots with each element of `choices`, `jobs` at once (0: as many as there are cores), and calls
+// `take` for each in their order. Fails where RunJobs does.
+android::base::Result<void> BootEach(
+    const CarrierBoots& boots, const std::vector<std::vector<CarrierChoice>>& choices,
+    unsigned jobs, const std::function<void(size_t index, CarrierOutcome outcome)>& take);
+
+}  // namespace extprop
