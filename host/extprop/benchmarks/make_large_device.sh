@@ -13,10 +13,10 @@ awk -v carriers="$2" -v properties="$3" -v changed="${4:-0}" '
   # Appends lines to a file of the tree.
   function put(file, lines) { content["root" file] = content["root" file] lines "\n" }
   function name(c) { return sprintf("carrier%03d", c % carriers) }
-  # A fingerprint of properties that belong to one carrier and place.
+  # Properties of properties that belong to one carrier and place.
   function block(file, c, what, count,   i) {
     for (i = 0; i < count; i++)
-      put(file, "ro.vemra." what "." i "=" name(c) (c < changed && i == 0 ? ".next" : ""))
+      put(file, "ro.vemra." what "." i "=" name(c) (c >= carriers - changed && i == 0 ? ".next" : ""))
   }
   BEGIN {
     vendor = "/mnt/vendor/my_"
