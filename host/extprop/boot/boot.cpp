@@ -138,11 +138,12 @@ Result<std::string> RunBootFor(const BootPlan& plan,
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   return RunInTree(plan.device, [&]() -> Result<std::string> {
     if (plan.prepare) plan.prepare();
-    const BootRecord played = PlayHost(plan, *factory, EndChild);
+    // Never freed, as the process is about to end.
+    const auto* played = new BootRecord(PlayHost(plan, *factory, EndChild));
     Result<void> kept;
-    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, played);
+    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, *played);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
-    return digest(played);
+    return digest(*played);
   });
 }
 

@@ -82,9 +82,16 @@ bool Same(const FileState& one, const FileState& other) {
          one.gid == other.gid;
 }
 
+// Without a system call for every event.
+pid_t ThisThread() {
+  static thread_local const pid_t thread = gettid();
+  return thread;
+}
+
 }  // namespace
 
-Recorder::Recorder(const LibraryFunctions& library) : host_thread_(gettid()), library_(library) {}
+Recorder::Recorder(const LibraryFunctions& library)
+    : host_thread_(ThisThread()), library_(library) {}
 
 Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& library) {
   auto* recorder = the_recorder = new Recorder(library);
@@ -211,7 +218,7 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
       return Add(MountEvent{call.source, call.path, call.flags, error});
     case watch::Call::kPropertySet:
       Add(PropertySet{call.path, call.source, value_before, failed});
-      if (gettid() != host_thread_ && call.path == kRequestProperty) ++requests_served_;
+      if (ThisThread() != host_thread_ && call.path == kRequestProperty) ++requests_served_;
       return;
     default:
       if (auto op = kFileOps.find(call.call); op != kFileOps.end())
@@ -220,7 +227,7 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
 }
 
 void Recorder::Add(decltype(Event::what) what) {
-  const pid_t thread = gettid();
+  const pid_t thread = ThisThread();
   if (thread != host_thread_) bind_thread_ = thread;
   record_.steps.back().events.push_back({thread != host_thread_, std::move(what)});
 }

@@ -19,16 +19,22 @@ std::string ValueOf(const Properties& properties, const std::string& name) {
 std::set<std::string> NamesToTell(const CarrierBoots& boots, const BootPlan& plan,
                                   const BootRecord& record) {
   std::set<std::string> names = boots.names;
-  const auto look = [&](const std::string& name, const std::string& by_default) {
-    const std::string value = ValueOf(record.properties, name);
-    if (value == by_default) return;
+  const auto look = [&](const std::string& name, const std::string& value) {
     const std::string given = ValueOf(plan.properties, name);
     if (given != value || given == ValueOf(boots.plan.properties, name)) names.insert(name);
   };
-  for (const auto& [name, ending] : boots.by_default) look(name, ending.value);
+  auto before = boots.by_default.begin();
+  const auto gone = [&] {
+    if (!before->second.value.empty()) look(before->first, "");
+    ++before;
+  };
   for (const auto& [name, value] : record.properties) {
-    if (boots.by_default.count(name) == 0) look(name, "");
+    while (before != boots.by_default.end() && before->first < name) gone();
+    const bool known = before != boots.by_default.end() && before->first == name;
+    if (!known || before->second.value != value) look(name, value);
+    if (known) ++before;
   }
+  while (before != boots.by_default.end()) gone();
   return names;
 }
 
@@ -70,12 +76,7 @@ Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
 CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices) {
   return Boot(boots.plan, Override(boots.base, choices),
               [&](const BootPlan& plan, const BootRecord& record) {
-                Endings endings = EndingsOf(record);
-                Endings told;
-                for (const std::string& name : NamesToTell(boots, plan, record)) {
-                  told[name] = endings[name];
-                }
-                return told;
+                return EndingsOf(record, NamesToTell(boots, plan, record));
               });
 }
 

@@ -37,6 +37,20 @@ Endings EndingsOf(const BootRecord& record) {
   return endings;
 }
 
+Endings EndingsOf(const BootRecord& record, const std::set<std::string>& names) {
+  const auto histories =
+      Histories(record, [&](const std::string& name) { return names.count(name) != 0; });
+  Endings endings;
+  for (const std::string& name : names) {
+    Ending& ending = endings[name];
+    const auto history = histories.find(name);
+    if (history != histories.end()) ending = EndingOf(history->second);
+    const auto value = record.properties.find(name);
+    if (value != record.properties.end()) ending.value = value->second;
+  }
+  return endings;
+}
+
 std::vector<Difference> Compare(const Endings& a, const Endings& b) {
   std::set<std::string> names;
   for (const auto& [name, ending] : a) names.insert(name);

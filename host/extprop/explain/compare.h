@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,8 @@ using Endings = std::map<std::string, Ending>;  // by name
 // Returns what the boot ends with for every property that it leaves set or that anything sets. The
 // places are known for records of plans that ask for lines.
 Endings EndingsOf(const BootRecord& record);
+// The same for the properties in `names`, which takes less time; those that nothing sets are empty.
+Endings EndingsOf(const BootRecord& record, const std::set<std::string>& names);
 
 struct Difference {
   std::string name;
