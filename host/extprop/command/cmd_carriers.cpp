@@ -172,10 +172,10 @@ void PrintComparison(const BuildComparison& comparison, bool stat) {
   }
   if (!comparison.only_a.empty()) PrintBold("only in A: " + Listed(comparison.only_a));
   if (!comparison.only_b.empty()) PrintBold("only in B: " + Listed(comparison.only_b));
-  std::cout << comparison.keys << " keys in both builds, " << different << " with differences in "
-            << comparison.groups.size() << " groups; " << comparison.everywhere.size()
-            << " differences for every carrier; " << comparison.only_a.size() << " keys only in A, "
-            << comparison.only_b.size() << " only in B\n";
+  std::cout << "keys in both builds: " << comparison.keys << ", with differences: " << different
+            << " in " << comparison.groups.size()
+            << " groups; only in A: " << comparison.only_a.size()
+            << ", only in B: " << comparison.only_b.size() << '\n';
 }
 
 int TwoBuilds(const Options& options, const BootPlan& a) {
