@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <tuple>
@@ -57,16 +56,6 @@ std::string WithoutTime(const std::string& message) {
   const size_t unit = message.find("ms.)", time);
   if (time == std::string::npos || unit == std::string::npos) return message;
   return message.substr(0, time + strlen(kBefore)) + "…" + message.substr(unit);
-}
-
-// One path for one file, by whatever links of directories it was reached. The calls that change
-// something follow no link at the path's end.
-std::string PathOf(const watch::PlatformCall& call) {
-  if (!Changes(call)) return call.path;
-  std::error_code error;
-  const std::filesystem::path path = call.path;
-  const std::filesystem::path directory = std::filesystem::canonical(path.parent_path(), error);
-  return error ? call.path : (directory / path.filename()).string();
 }
 
 // Leaves the place where the library reads next alone. Nothing of what has no places, as a pipe.
@@ -327,6 +316,11 @@ void Recorder::FindChanges() {
     const char* change = before.state.type.empty() ? "added" : "changed";
     record_.files.push_back({now.state.type.empty() ? "removed" : change, path, now.state});
   }
+}
+
+// One path for one file. The calls that change something follow no link at the path's end.
+std::string Recorder::PathOf(const watch::PlatformCall& call) {
+  return Changes(call) ? path_origins_.Find(call.path) : call.path;
 }
 
 FileState Recorder::StateOf(const std::string& path) const {

@@ -80,6 +80,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   void CloseStep();
   void FindChanges();
   Snapshot Look(const std::string& path) const;
+  std::string PathOf(const watch::PlatformCall& call);
   FileState StateOf(const std::string& path) const;
 
   const pid_t host_thread_;
