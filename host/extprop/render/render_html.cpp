@@ -73,6 +73,13 @@ BootRecord WithoutLines(BootRecord record) {
   return record;
 }
 
+void AddInputs(const std::vector<Origin>& inputs, json* list) {
+  for (const Origin& input : inputs) {
+    list->push_back({{"name", input.name}, {"value", input.value}, {"place", input.place}});
+    AddInputs(input.inputs, list);
+  }
+}
+
 json Brief(const Setting& setting) {
   json brief = {{"loader", setting.loader}, {"mode", setting.mode}, {"value", setting.value}};
   if (setting.file.empty()) {
@@ -84,9 +91,10 @@ json Brief(const Setting& setting) {
   if (setting.won) brief["won"] = true;
   for (const auto& [name, text] :
        {std::pair("why", setting.why), std::pair("refused", setting.refused),
-        std::pair("carrier", setting.carrier)}) {
+        std::pair("carrier", setting.carrier), std::pair("order", DependsOnOrder(setting))}) {
     if (!text.empty()) brief[name] = text;
   }
+  if (!setting.inputs.empty()) AddInputs(setting.inputs, &brief["inputs"]);
   return brief;
 }
 
