@@ -184,7 +184,8 @@ std::string StoredText(const BootRecord& record) {
   for (const auto& [name, value] : record.initial) kept.try_emplace(name, "");
   std::string text;
   for (const auto& [name, value] : kept) {
-    if (StartsWith(name, kStoredPrefix)) text += "[" + name + "]: [" + value + "]\n";
+    if (!StartsWith(name, kStoredPrefix)) continue;
+    text.append("[").append(name).append("]: [").append(value).append("]\n");
   }
   return text;
 }
