@@ -71,8 +71,7 @@ void Print(const std::string& name, const History& history) {
   }
 }
 
-void PrintJson(const std::map<std::string, History>& asked,
-               const std::vector<std::string>& nearest) {
+void PrintJson(const HistoryMap& asked, const std::vector<std::string>& nearest) {
   json properties = json::array();
   for (const auto& [name, history] : asked) {
     const Setting* winner = Winner(history);
@@ -130,7 +129,7 @@ int Explain(const Options& options) {
   const FoundLines unread = search->Finish(KnownFiles(*record));
 
   const auto is_asked = [&](const std::string& name) { return IsAsked(options.name, name); };
-  std::map<std::string, History> asked;
+  HistoryMap asked;
   for (auto& [name, history] : Histories(*record, is_asked)) {
     if (is_asked(name)) asked[name] = std::move(history);
   }

@@ -72,6 +72,8 @@ void AddExplainCommand(CLI::App* command, Options* options) {
       ->description("The device's files; the working directory if left out");
   command->add_flag("--json", options->json, "Print the settings as JSON");
   command->footer(StepHelp() + R"(
+Exit status: 0, 1 where nothing sets NAME or the boot could not be made, 2 bad input.
+
 Examples:
   extprop explain ro.product.brand image --props getprop.txt
   extprop explain 'ro.vemra.image.*' image --call partitions

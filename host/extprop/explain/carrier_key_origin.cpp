@@ -66,7 +66,9 @@ KeyedPath ParseKeyedPath(const std::string& path) {
   if (file != std::string::npos && EndsWith(path, suffix)) {
     const size_t key = file + file_start.size();
     if (key + suffix.size() >= path.size()) return {};
-    return {"file", path.substr(key, path.size() - suffix.size() - key)};
+    const std::string found = path.substr(key, path.size() - suffix.size() - key);
+    if (found.find('/') != std::string::npos) return {};
+    return {"file", found};
   }
   const std::string directory = DirectoryOf(path);
   for (const auto& [kind, name] : kKeyedDirectories) {
@@ -77,20 +79,6 @@ KeyedPath ParseKeyedPath(const std::string& path) {
     if (key != std::string::npos) return {kind, parent.substr(key + above.size())};
   }
   return {};
-}
-
-Origin OriginOf(const Setting& setting) {
-  Origin origin = {setting.name, setting.value, setting.place, setting.carrier, setting.inputs, {}};
-  origin.directory_order = setting.directory_order;
-  return origin;
-}
-
-Origin CurrentOrigin(const std::map<std::string, History>& histories, const std::string& name) {
-  const auto history = histories.find(name);
-  const Setting* winner = history == histories.end() ? nullptr : Winner(history->second);
-  Origin unset;
-  unset.name = name;
-  return winner == nullptr ? unset : OriginOf(*winner);
 }
 
 void CarrierKeyOrigins::TakeRead(const FileEvent& read) {

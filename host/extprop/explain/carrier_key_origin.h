@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/history.h"
+#include "host/extprop/explain/setting.h"
 
 namespace extprop {
 
@@ -29,8 +29,7 @@ std::string DirectoryOf(const std::string& path);
 class CarrierKeyOrigins {
  public:
   // Properties are looked up in `histories`, which is to be kept up to date with the events.
-  explicit CarrierKeyOrigins(const std::map<std::string, History>& histories)
-      : histories_(histories) {}
+  explicit CarrierKeyOrigins(const HistoryMap& histories) : histories_(histories) {}
 
   // To be told of every file that is read for its text.
   void TakeRead(const FileEvent& read);
@@ -59,17 +58,11 @@ class CarrierKeyOrigins {
   Origin PropertyOrigin(const std::string& name, const std::string& value) const;
   std::string FileChain(const std::string& key, bool again) const;
 
-  const std::map<std::string, History>& histories_;
+  const HistoryMap& histories_;
   Origin nv_key_;
   Origin ssv_key_;
   Mappings nv_targets_;  // flags.prop
   Mappings first_keys_;  // nvmap.prop
 };
-
-// What a system property is at the moment, by its history, and where that is from.
-Origin CurrentOrigin(const std::map<std::string, History>& histories, const std::string& name);
-
-// The same of one setting.
-Origin OriginOf(const Setting& setting);
 
 }  // namespace extprop

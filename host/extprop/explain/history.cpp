@@ -4,26 +4,21 @@
 
 #include <algorithm>
 #include <deque>
-#include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <utility>
 
 #include "host/extprop/boot/recorder.h"
 #include "host/extprop/explain/carrier_key_origin.h"
 #include "host/extprop/explain/computed_value.h"
+#include "host/extprop/explain/directory_order.h"
 #include "host/extprop/explain/read_maps.h"
+#include "host/extprop/explain/state_file_origins.h"
 
 namespace extprop {
 
 namespace {
 
 using android::base::StartsWith;
-
-constexpr const char* kFirstFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file";
-constexpr const char* kCurrentFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file";
-constexpr const char* kConvertFile = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_convert_file";
-constexpr const char* kForceConnectFile =
-    "/mnt/vendor/vemrareserve/system/ssv/force_connect_internet_prop_file";
 
 std::string LoaderOf(const Step& step) {
   return (step.post ? "post " : "") + step.name +
@@ -36,12 +31,6 @@ std::string LostTo(const Setting& loser, const Setting& winner) {
   if (winner.value.empty()) how = "cleared by ";
   return how + winner.place +
          (winner.loader == loser.loader || winner.loader.empty() ? "" : " (" + winner.loader + ")");
-}
-
-void SetPlace(const std::string& file, unsigned line, Setting* setting) {
-  setting->file = file;
-  setting->line = line;
-  setting->place = file + ":" + std::to_string(line);
 }
 
 // Follows a record from its first event to its last.
@@ -60,7 +49,7 @@ class Historian {
     }
   }
 
-  std::map<std::string, History> Result() { return std::move(histories_); }
+  HistoryMap Result() { return std::move(histories_); }
 
  private:
   // By name, where in its history a map's latest line is.
@@ -95,51 +84,24 @@ class Historian {
   void Take(const FileEvent& file) {
     if (file.error != 0) return;
     if (file.op == FileOp::kRead) return TakeRead(file);
-    if (file.op == FileOp::kWrite) TakeWrite(file);
+    if (file.op == FileOp::kWrite) state_files_.TakeWrite(file);
   }
 
   // The whole content of a state file of the old format is the key.
   void TakeRead(const FileEvent& file) {
     keys_.TakeRead(file);
-    const bool first = file.path == kFirstFile;
-    if (file.content.empty() || (!first && file.path != kCurrentFile)) return;
-    if (last_map_ == nullptr || record_.property_files[last_file_].path != file.path) return;
-    bare_keys_.push_back({last_file_, 1, LineOutcome::kSet,
-                          first ? "sys.sim.switch.first" : "sys.sim.switch.current", file.content,
-                          file.content});
+    const char* property = StateFileOrigins::BareKeyProperty(file.path);
+    if (property == nullptr || file.content.empty() || last_map_ == nullptr) return;
+    if (record_.property_files[last_file_].path != file.path) return;
+    bare_keys_.push_back({last_file_, 1, LineOutcome::kSet, property, file.content, file.content});
     Hold(bare_keys_.back(), nullptr, last_map_);
   }
 
-  void TakeWrite(const FileEvent& file) {
-    Setting source;
-    if (file.existed && (file.path == kFirstFile || file.path == kCurrentFile)) {
-      SetPlace(file.path, 1, &source);
-    } else if (file.path == kFirstFile) {
-      const Origin first = keys_.ConvertedFirstKey();
-      const size_t colon = first.place.rfind(':');
-      source.place = "rule: legacy key conversion";
-      if (colon != std::string::npos) {
-        const unsigned long line = std::stoul(first.place.substr(colon + 1));
-        SetPlace(first.place.substr(0, colon), static_cast<unsigned>(line), &source);
-      }
-      source.carrier = "converted in this boot";
-      source.inputs = first.inputs;
-    } else if (file.path == kConvertFile) {
-      source.place = "rule: legacy key conversion";
-      source.inputs = keys_.ConvertedFirstKey().inputs;
-    } else if (file.path == kForceConnectFile) {
-      source.place = "rule: forced connection";
-    } else {
-      return;
-    }
-    written_[file.path] = source;
-  }
-
   void Take(const PropertyLine& line) {
-    const PropertyFile& outermost = OutermostFile(record_, line.file);
+    const size_t outermost_index = OutermostIndex(record_, line.file);
+    const PropertyFile& outermost = record_.property_files[outermost_index];
     ReadMap& map = maps_[outermost.map];
     if (map.held.empty()) map.kind = KindOfMap(outermost.path);
-    const auto outermost_index = static_cast<size_t>(&outermost - record_.property_files.data());
     if (outermost_index != last_file_ || last_map_ == nullptr) EnterOutermost(outermost_index);
     last_map_ = &map;
     const bool sets = line.outcome == LineOutcome::kSet || line.outcome == LineOutcome::kReplaced ||
@@ -151,8 +113,7 @@ class Historian {
       if (sets) keys_.TakeMappingLine(outermost.path, line.name, line.value, place);
       return;
     }
-    const auto written = written_.find(file.path);
-    Hold(line, written == written_.end() ? nullptr : &written->second, &map);
+    Hold(line, state_files_.WrittenFrom(file.path), &map);
   }
 
   void EnterOutermost(size_t index) {
@@ -212,20 +173,19 @@ class Historian {
       }
       history.push_back(std::move(setting));
     }
-    if (hand_over != nullptr) FindDirectoryOrder(*map, latest);
+    if (hand_over != nullptr) MarkDirectoryOrder(*map, latest);
     map->lines.clear();
     map->pending = false;
     return latest;
   }
 
   Setting SettingOf(const PropertyLine& line, const Setting* written) const {
-    const PropertyFile& outermost = OutermostFile(record_, line.file);
     Setting setting;
     if (written != nullptr) {
       setting = *written;
     } else {
       SetPlace(record_.property_files[line.file].device_path, line.line, &setting);
-      setting.carrier = carriers_[static_cast<size_t>(&outermost - record_.property_files.data())];
+      setting.carrier = carriers_[OutermostIndex(record_, line.file)];
     }
     setting.name = line.name;
     setting.value = line.value;
@@ -242,39 +202,23 @@ class Historian {
     return "read, but not handed over by " + loader_;
   }
 
-  // Marks what depends on the order in which a directory lists its files.
-  void FindDirectoryOrder(const ReadMap& map, const Latest& latest) {
-    // By name and directory, the last line of each file.
-    std::map<std::pair<std::string_view, std::string>, std::map<size_t, ReadLine>> last_lines;
-    for (const ReadLine& read : map.lines) {
-      const PropertyFile& outermost = OutermostFile(record_, read.line->file);
-      if (read.line->outcome == LineOutcome::kFiltered || !Wants(read.line->name)) continue;
-      const std::string kind = ParseKeyedPath(outermost.path).kind;
-      if (kind.empty() || kind == "file") continue;
-      const auto index = static_cast<size_t>(&outermost - record_.property_files.data());
-      last_lines[{read.line->name, DirectoryOf(outermost.path)}][index] = read;
-    }
-    for (const auto& [name_and_directory, lines] : last_lines) {
-      const ReadLine& last = lines.rbegin()->second;
-      const bool same = std::all_of(lines.begin(), lines.end(), [&](const auto& each) {
-        return each.second.line->value == last.line->value;
-      });
-      if (!same) MarkDirectoryOrder(lines, latest.at(name_and_directory.first));
-    }
-  }
-
-  void MarkDirectoryOrder(const std::map<size_t, ReadLine>& lines, size_t latest) {
-    std::vector<std::string> places;
-    for (const auto& [file, read] : lines)
-      places.push_back(SettingOf(*read.line, read.written).place);
-    History& history = histories_[lines.begin()->second.line->name];
-    // What another source overrides after all depends on nothing.
-    if (history[latest].place != places.back()) return;
-    history[latest].directory_order = places;
-    for (Setting& setting : history) {
-      const bool loses = &setting != &history[latest] && setting.step == step_ &&
-                         std::find(places.begin(), places.end(), setting.place) != places.end();
-      if (loses) setting.why = DependsOnOrder(history[latest]);
+  void MarkDirectoryOrder(const ReadMap& map, const Latest& latest) {
+    for (const std::vector<ReadLine>& lines : FindOrderDependent(record_, map)) {
+      const auto index = latest.find(lines.front().line->name);
+      if (index == latest.end()) continue;
+      std::vector<std::string> places;
+      for (const ReadLine& read : lines)
+        places.push_back(SettingOf(*read.line, read.written).place);
+      History& history = histories_[lines.front().line->name];
+      Setting& decides = history[index->second];
+      // What another source overrides after all depends on nothing.
+      if (decides.place != places.back() || decides.mode == kNotHandedOver) continue;
+      decides.directory_order = places;
+      for (Setting& setting : history) {
+        const bool loses = &setting != &decides && setting.step == step_ &&
+                           std::find(places.begin(), places.end(), setting.place) != places.end();
+        if (loses) setting.why = DependsOnOrder(decides);
+      }
     }
   }
 
@@ -287,8 +231,9 @@ class Historian {
     if (index != latest.end()) return index->second;
     // The map was handed over before and takes effect once more.
     History& history = histories_[entry.name];
+    const std::string place = SettingOf(*held->second, nullptr).place;
     for (size_t i = history.size(); i-- > 0;) {
-      if (history[i].value != entry.value || history[i].file.empty()) continue;
+      if (history[i].place != place || history[i].step != step_) continue;
       if (history[i].won) return i;
       history.push_back(Setting(history[i]));
       return history.size() - 1;
@@ -381,13 +326,13 @@ class Historian {
   const BootRecord& record_;
   const IsWanted& wanted_;
   std::unordered_map<std::string_view, bool> is_wanted_;
-  std::map<std::string, History> histories_;
+  HistoryMap histories_;
   CarrierKeyOrigins keys_{histories_};
-  ReadMaps maps_;                           // of the step
-  ReadMap* last_map_ = nullptr;             // the one that was read into last
-  size_t last_file_ = 0;                    // and the outermost file that was
-  std::vector<std::string> carriers_;       // by outermost file
-  std::map<std::string, Setting> written_;  // by the boot: what each file was written from
+  StateFileOrigins state_files_{keys_};
+  ReadMaps maps_;                      // of the step
+  ReadMap* last_map_ = nullptr;        // the one that was read into last
+  size_t last_file_ = 0;               // and the outermost file that was
+  std::vector<std::string> carriers_;  // by outermost file
   std::deque<PropertyLine> bare_keys_;
   size_t step_ = 0;
   std::string loader_;
@@ -395,37 +340,12 @@ class Historian {
 
 }  // namespace
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, carrier, inputs, directory_order)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, place, file, line, step, loader, mode, value, won,
-                                   why, refused, carrier, directory_order, inputs)
-
-nlohmann::json ToJson(const Setting& setting) {
-  return setting;
-}
-
-nlohmann::json ToJson(const History& history) {
-  return history;
-}
-
-std::map<std::string, History> Histories(const BootRecord& record) {
+HistoryMap Histories(const BootRecord& record) {
   return Histories(record, nullptr);
 }
 
-std::map<std::string, History> Histories(const BootRecord& record, const IsWanted& wanted) {
+HistoryMap Histories(const BootRecord& record, const IsWanted& wanted) {
   return Historian(record, wanted).Result();
-}
-
-std::string DependsOnOrder(const Setting& setting) {
-  return setting.directory_order.empty() ? ""
-                                         : "depends on the directory's order: " +
-                                               android::base::Join(setting.directory_order, ", ");
-}
-
-const Setting* Winner(const History& history) {
-  for (const Setting& setting : history) {
-    if (setting.won && !setting.value.empty()) return &setting;
-  }
-  return nullptr;
 }
 
 }  // namespace extprop

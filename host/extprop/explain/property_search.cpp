@@ -69,7 +69,10 @@ bool IsGlob(const std::string& name) {
 
 // Where the plan's device has its files.
 std::vector<sandbox::Layer> LayersOf(const BootPlan& plan) {
-  return {{"/", plan.tree}};
+  std::vector<sandbox::Layer> layers = {{"/", plan.device.root.tree}};
+  const auto& above = plan.device.root.layers;
+  layers.insert(layers.end(), above.begin(), above.end());
+  return layers;
 }
 
 }  // namespace

@@ -45,6 +45,10 @@ ReadMap::Kind KindOfMap(std::string_view path) {
   return ReadMap::Kind::kProperties;
 }
 
+size_t OutermostIndex(const BootRecord& record, size_t file) {
+  return static_cast<size_t>(&OutermostFile(record, file) - record.property_files.data());
+}
+
 const Entry* FindEntry(const HandOver& hand_over, std::string_view name) {
   const auto& entries = hand_over.entries;  // in the order of a map
   const auto entry = std::lower_bound(

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/history.h"
+#include "host/extprop/explain/setting.h"
 
 namespace extprop {
 
@@ -27,6 +27,9 @@ struct ReadMap {
 
 // Returns what kind of map the outermost file `path` is read into.
 ReadMap::Kind KindOfMap(std::string_view path);
+
+// Returns the index of the file at the head of the imports that led to `file`.
+size_t OutermostIndex(const BootRecord& record, size_t file);
 
 // Returns the entry of that name, or null.
 const Entry* FindEntry(const HandOver& hand_over, std::string_view name);

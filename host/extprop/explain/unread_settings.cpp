@@ -20,6 +20,13 @@ bool IsIn(const std::vector<std::string>& files, const std::string& file) {
   return std::find(files.begin(), files.end(), file) != files.end();
 }
 
+// Whether the file lies that many directories below `directory`.
+bool IsBelow(const std::string& file, const std::string& directory, int depth) {
+  std::string at = DirectoryOf(file);
+  while (depth-- > 0) at = DirectoryOf(at);
+  return at == directory;
+}
+
 // What a boot read, and by which keys.
 class WhatWasRead {
  public:
@@ -41,7 +48,9 @@ class WhatWasRead {
     if (root.empty()) return "not read: no step of this boot reads it";
     if (image && !HasAnyBelow(root)) return WhyNotImage(root);
     const auto [kind, key] = ParseKeyedPath(path);
-    if (!kind.empty()) return WhyNotKeyed(kind, key);
+    const std::string keyed = kind == "file" ? "/etc" : "/properties/" + key;
+    if (!kind.empty() && IsBelow(path, root + keyed, kind == "file" ? 0 : 1))
+      return WhyNotKeyed(kind, key);
     if (path == root + "/build.prop") return "not read: no step of this boot loads it";
     if (StartsWith(path, root + "/properties/")) return "not read: no key reaches this directory";
     if (path == "/my_company/etc/build.prop" || path == "/mnt/vendor/my_company/etc/build.prop")

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/history.h"
 #include "host/extprop/explain/property_search.h"
+#include "host/extprop/explain/setting.h"
 
 namespace extprop {
 
