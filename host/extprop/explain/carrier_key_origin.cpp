@@ -11,7 +11,6 @@ namespace extprop {
 namespace {
 
 using android::base::EndsWith;
-using android::base::StartsWith;
 
 constexpr size_t kNvKeySize = 8;
 constexpr const char* kNvSources[] = {"/mnt/vendor/vemrareserve/radio/exp_operator_switch.config",
@@ -163,9 +162,9 @@ std::string CarrierKeyOrigins::ChainFor(const std::string& path, bool again) con
   const auto [kind, key] = ParseKeyedPath(path);
   if (kind == "file") return FileChain(key, again);
   for (const auto& [of_kind, property] : kKeyProperties) {
-    if (kind == of_kind) {
-      return "for " + kind + " key " + key + From(PropertyOrigin(property, key));
-    }
+    if (kind != of_kind) continue;
+    std::string chain = "for ";
+    return chain.append(kind).append(" key ").append(key) + From(PropertyOrigin(property, key));
   }
   return "";
 }

@@ -207,6 +207,7 @@ class Historian {
       const auto index = latest.find(lines.front().line->name);
       if (index == latest.end()) continue;
       std::vector<std::string> places;
+      places.reserve(lines.size());
       for (const ReadLine& read : lines)
         places.push_back(SettingOf(*read.line, read.written).place);
       History& history = histories_[lines.front().line->name];
