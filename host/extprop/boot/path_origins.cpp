@@ -16,7 +16,7 @@ std::string PathOrigins::Find(const std::string& path) {
     if (real != "/") real += '/';
     known = directories_.emplace(directory, real).first;
   }
-  const std::string real = known->second + path.substr(slash + 1);
+  std::string real = known->second + path.substr(slash + 1);
   for (const auto& [target, source] : mounts_) {
     if (android::base::StartsWith(real, target)) return source + real.substr(target.size());
   }

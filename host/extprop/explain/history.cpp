@@ -68,7 +68,7 @@ class Historian {
       SetDirectly(entry.name, entry.value, "system property", entry.refused);
     for (const auto& [name, value] : record_.initial) {
       // init loads the stored ones later, and that is an event.
-      const bool stored = StartsWith(name, "persist.") && !record_.steps.empty();
+      const bool stored = StartsWith(name, kStoredPrefix) && !record_.steps.empty();
       if (!stored) SetDirectly(name, value, "system property", "");
     }
   }
