@@ -81,7 +81,7 @@ void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles*
               CheckContext* context) {
   std::vector<std::vector<Reading>> of_boots;
   for (const BootRecord& boot : boots) {
-    of_boots.push_back(context->ReadingsOf(boot));
+    of_boots.push_back(ReadingsOf(boot));
     context->AddRoots(of_boots.back());
   }
   unread->ReadFurther();

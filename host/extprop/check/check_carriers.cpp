@@ -20,7 +20,7 @@ template <typename Take>
 void ForEachMapping(const Survey& survey, const std::string& end, Take take) {
   for (const Reading& reading : survey.readings) {
     if (!EndsWith(survey.readings[reading.outermost].path, end)) continue;
-    for (const CheckedLine& read : reading.lines) {
+    for (const ReadingLine& read : reading.lines) {
       if (Sets(*read.line)) take(Place{reading.path, read.line->line}, *read.line);
     }
   }

@@ -9,6 +9,7 @@
 
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/path_origins.h"
 #include "host/extprop/check/check.h"
 
 // What the checks share. They run in a private root of their own, in which all files are as they
@@ -26,20 +27,20 @@ constexpr const char* kMountInfoFile = "/data/cota/cota_mount_info.prop";
 constexpr const char* kModuleInfoFile = "/data/cota/cota_module_info.prop";
 
 // A line that was read, and what the library logged about it where it refused an import.
-struct CheckedLine {
+struct ReadingLine {
   const PropertyLine* line;
   std::string said;
 };
 
 // One reading of a property file.
 struct Reading {
-  std::string path;  // of the file, as CheckContext::PathOf
+  std::string path;  // of the file in the device's files
   std::string filter;
   std::string error;          // why it could not be read; empty where it could
   std::size_t outermost = 0;  // the reading that no import led to, in the same list
   Place import;               // the line that led to it; no path in the outermost
   const Step* step = nullptr;
-  std::vector<CheckedLine> lines;
+  std::vector<ReadingLine> lines;
 };
 
 // What is known of the context that a file's imports are followed in.
@@ -65,13 +66,7 @@ class CheckContext {
   void Report(const char* id, Place at, const std::string& message, Place other = {});
 
   // Returns the one path of the file at `path`: links in its directory are followed.
-  std::string PathOf(const std::string& path);
-  // Tells that there is no link in the path of a directory.
-  void KnowDirectory(const std::string& path) { directories_[path] = path; }
-
-  // Returns what a record says of each of its property files, in the same order. Lines of files
-  // that the boot itself had written are left out.
-  std::vector<Reading> ReadingsOf(const BootRecord& record);
+  std::string PathOf(const std::string& path) { return origins_.Find(path); }
 
   // Adds the directories whose build.prop was loaded.
   void AddRoots(const std::vector<Reading>& readings);
@@ -81,8 +76,12 @@ class CheckContext {
   std::set<std::string> carrier_paths;
 
  private:
-  std::map<std::string, std::string> directories_;  // by a path that leads to them
+  PathOrigins origins_;
 };
+
+// Returns what a record says of each of its property files, in the same order. Lines of files that
+// the boot itself had written are left out.
+std::vector<Reading> ReadingsOf(const BootRecord& record);
 
 // The checks, one file a group of findings. `readings` are those of the record.
 void CheckReading(const Reading& reading, Imports imports, CheckContext* context);

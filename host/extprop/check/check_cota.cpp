@@ -36,7 +36,7 @@ class CotaCheck {
 Place CotaCheck::PlaceOf(const std::string& value) const {
   for (const Reading& reading : readings_) {
     if (reading.path != kMountInfoFile && reading.path != kModuleInfoFile) continue;
-    for (const CheckedLine& read : reading.lines) {
+    for (const ReadingLine& read : reading.lines) {
       if (Sets(*read.line) && read.line->value == value) return {reading.path, read.line->line};
     }
   }

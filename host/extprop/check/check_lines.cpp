@@ -31,15 +31,15 @@ class ReadingCheck {
 
   void Run() {
     if (!reading_.error.empty()) return ReportUnread();
-    for (const CheckedLine& line : reading_.lines) CheckLine(line);
+    for (const ReadingLine& line : reading_.lines) CheckLine(line);
   }
 
  private:
   void ReportUnread();
-  void CheckLine(const CheckedLine& read);
+  void CheckLine(const ReadingLine& read);
   void CheckProperty(const PropertyLine& line);
   void CheckNoProperty(const PropertyLine& line);
-  void CheckImport(const CheckedLine& read);
+  void CheckImport(const ReadingLine& read);
   void Report(const char* id, const PropertyLine& line, const std::string& message,
               const Place& other = {}) {
     context_.Report(id, {reading_.path, line.line}, message, other);
@@ -66,7 +66,7 @@ void ReadingCheck::ReportUnread() {
                   reading_.import);
 }
 
-void ReadingCheck::CheckLine(const CheckedLine& read) {
+void ReadingCheck::CheckLine(const ReadingLine& read) {
   const PropertyLine& line = *read.line;
   if (line.line == 1 && StartsWith(line.text, kByteOrderMark)) {
     return Report("byte-order-mark", line,
@@ -121,7 +121,7 @@ void ReadingCheck::CheckProperty(const PropertyLine& line) {
   known->second = &line;
 }
 
-void ReadingCheck::CheckImport(const CheckedLine& read) {
+void ReadingCheck::CheckImport(const ReadingLine& read) {
   const PropertyLine& line = *read.line;
   if (imports_ == Imports::kUnknown) return;
   // With another carrier's properties it may be another path.

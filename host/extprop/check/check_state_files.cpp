@@ -58,7 +58,7 @@ bool IsBareKey(const Reading& reading) {
   }
   const auto has = [&reading](auto is) {
     return std::any_of(reading.lines.begin(), reading.lines.end(),
-                       [is](const CheckedLine& read) { return is(*read.line); });
+                       [is](const ReadingLine& read) { return is(*read.line); });
   };
   return !has(Sets) &&
          has([](const PropertyLine& line) { return line.outcome == LineOutcome::kNoProperty; });
@@ -77,7 +77,7 @@ void CheckStateFiles(const std::vector<Reading>& readings, CheckContext* context
   for (const Reading& reading : readings) {
     if (!IsStateFile(reading.path)) continue;
     if (IsBareKey(reading)) CheckOldFormat(reading.path, context);
-    for (const CheckedLine& read : reading.lines) {
+    for (const ReadingLine& read : reading.lines) {
       const PropertyLine& line = *read.line;
       const bool names_carrier =
           std::find(std::begin(kCarrierProperties), std::end(kCarrierProperties), line.name) !=

@@ -39,7 +39,7 @@ void CheckOrder(const Survey& survey, CheckContext* context) {
     const std::string& path = survey.readings[reading.outermost].path;
     const auto kind = survey.kinds.find(path);
     if (kind == survey.kinds.end() || kind->second != FileKind::kKeyedInOrder) continue;
-    for (const CheckedLine& read : reading.lines) {
+    for (const ReadingLine& read : reading.lines) {
       const PropertyLine& line = *read.line;
       if (Sets(line)) files[path][line.name] = {line.value, {reading.path, line.line}};
     }
@@ -97,7 +97,7 @@ void UnreadFiles::Check(const BootRecord& boot, const std::vector<Reading>& done
     if (kind == FileKind::kOther && done_paths.count(path) == 0) Read(path);
   }
   const BootRecord record = recorder_->Finish();
-  survey_.readings = context_.ReadingsOf(record);
+  survey_.readings = ReadingsOf(record);
   survey_.nv_source = context_.PathOf(SourceIn(record.steps[0]));
   survey_.ssv_source = context_.PathOf(SourceIn(record.steps[1]));
   for (const Reading& reading : survey_.readings) {

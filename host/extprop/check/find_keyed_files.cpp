@@ -55,7 +55,6 @@ class KeyedFilesFinder {
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
       entries.push_back(*entry);
     }
-    context_.KnowDirectory(directory);
     return entries;
   }
 
