@@ -1,5 +1,6 @@
 #include "host/extprop/boot/boot.h"
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,6 +25,10 @@ namespace {
 using android::base::Error;
 using android::base::Result;
 using namespace std::chrono_literals;
+
+// For the allocator of a boot's process, in bytes.
+constexpr int kEnough = 1 << 30;
+constexpr int kHeapStep = 4 << 20;
 
 // The watchdog sees to it that this ends.
 template <typename Condition>
@@ -138,6 +143,10 @@ Result<std::string> RunBootFor(const BootPlan& plan,
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   return RunInTree(plan.device, [&]() -> Result<std::string> {
     if (plan.prepare) plan.prepare();
+    // The process is short: what it frees the kernel would only have to clear again.
+    mallopt(M_TRIM_THRESHOLD, kEnough);
+    mallopt(M_MMAP_THRESHOLD, kEnough);
+    mallopt(M_TOP_PAD, kHeapStep);
     // Never freed, as the process is about to end.
     const auto* played = new BootRecord(PlayHost(plan, *factory, EndChild));
     Result<void> kept;

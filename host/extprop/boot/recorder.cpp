@@ -128,6 +128,8 @@ void Recorder::BeginStep(Step step) {
   std::lock_guard<std::mutex> guard(lock_);
   CloseStep();
   record_.steps.push_back(std::move(step));
+  // As many lines as a device's partitions may have; room that is not used costs nothing.
+  record_.steps.back().events.reserve(8192);
 }
 
 void Recorder::FailStep(const std::string& error) {
@@ -160,7 +162,8 @@ BootRecord Recorder::Finish() {
   CloseStep();
   FindChanges();
   for (auto& [name, value] : device::AllProperties()) {
-    if (!value.empty()) record_.properties.emplace(name, value);
+    if (value.empty()) continue;
+    record_.properties.emplace_hint(record_.properties.end(), name, std::move(value));
   }
   return std::move(record_);
 }

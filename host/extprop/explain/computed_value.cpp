@@ -1,6 +1,10 @@
 #include "host/extprop/explain/computed_value.h"
 
+#include <android-base/strings.h>
+
 #include <string_view>
+#include <unordered_set>
+#include <utility>
 
 namespace extprop {
 
@@ -121,12 +125,16 @@ ComputedValue FindComputedValue(const HandOver& hand_over, const Entry& entry) {
 }
 
 bool IsInput(const std::string& name) {
-  for (const Rule& rule : Rules()) {
-    for (const std::string& input : rule.inputs) {
-      if (input.find(name) != std::string::npos) return true;
+  static const auto inputs = [] {
+    std::unordered_set<std::string> names;
+    for (const Rule& rule : Rules()) {
+      for (const std::string& input : rule.inputs) {
+        for (std::string& each : android::base::Split(input, "|")) names.insert(std::move(each));
+      }
     }
-  }
-  return false;
+    return names;
+  }();
+  return inputs.count(name) != 0;
 }
 
 }  // namespace extprop
