@@ -26,12 +26,6 @@ using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
 
-bool IsInside(const std::string& path, const std::string& directory) {
-  const std::string inner = fs::weakly_canonical(path).string() + "/";
-  const std::string outer = fs::canonical(directory).string() + "/";
-  return outer == "//" || inner.compare(0, outer.size(), outer) == 0;
-}
-
 // Opens the directory that takes the resulting tree, made if there is none.
 Result<unique_fd> OpenKeep(const std::string& path, const std::string& tree) {
   if (IsInside(path, tree)) return Error() << "--keep " << path << ": lies in " << tree;
@@ -54,6 +48,12 @@ void Print(const Options& options, const BootRecord& record) {
 }
 
 }  // namespace
+
+bool IsInside(const std::string& path, const std::string& directory) {
+  const std::string inner = fs::weakly_canonical(path).string() + "/";
+  const std::string outer = fs::canonical(directory).string() + "/";
+  return outer == "//" || inner.compare(0, outer.size(), outer) == 0;
+}
 
 int Boot(const Options& options) {
   Result<BootPlan> plan = MakePlan(options.boot);

@@ -1,11 +1,14 @@
+#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/carriers/carrier_keys.h"
+#include "host/extprop/carriers/carrier_table.h"
 #include "host/extprop/carriers/two_builds.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/progress.h"
+#include "host/extprop/render/render_carriers.h"
 #include "host/extprop/render/render_text.h"
 
 namespace extprop {
@@ -205,6 +208,36 @@ int TwoBuilds(const Options& options, const BootPlan& a) {
   return same ? kSame : kDifferent;
 }
 
+// The page and the spreadsheet, in place of any text.
+int WriteTables(const Options& options, const BootPlan& plan) {
+  for (const auto& [option, path] :
+       {std::pair("--html ", options.html), std::pair("--csv ", options.csv)}) {
+    if (path.empty() || !IsInside(path, plan.tree)) continue;
+    return Fail(kBadInput, option + path + ": lies in " + plan.tree);
+  }
+  Progress progress;
+  Result<CarrierTable> table =
+      FillCarrierTable(plan, options.boot.carriers, options.jobs,
+                       [&](size_t done, size_t count, const CarrierChoice& key) {
+                         progress.Show(done, count, Named(key));
+                       });
+  progress.Clear();
+  if (!table.ok()) return Fail(kFailed, table.error().message());
+  const auto write = [](const std::string& path, const auto& print) {
+    if (path.empty()) return true;
+    std::ofstream out(path, std::ios::binary);
+    print(out);
+    return static_cast<bool>(out.flush());
+  };
+  if (!write(options.html, [&](auto& out) { out << RenderCarriersHtml(plan.tree, *table); })) {
+    return Fail(kBadInput, "--html " + options.html + ": cannot be written");
+  }
+  if (!write(options.csv, [&](auto& out) { PrintCarriersCsv(*table, out); })) {
+    return Fail(kBadInput, "--csv " + options.csv + ": cannot be written");
+  }
+  return kSuccess;
+}
+
 }  // namespace
 
 int Carriers(const Options& options) {
@@ -212,6 +245,7 @@ int Carriers(const Options& options) {
   without_carrier.carriers.clear();
   Result<BootPlan> plan = MakePlan(without_carrier);
   if (!plan.ok()) return Fail(kBadInput, plan.error().message());
+  if (!options.html.empty() || !options.csv.empty()) return WriteTables(options, *plan);
   return options.tree_b.empty() ? OneBuild(options, *plan) : TwoBuilds(options, *plan);
 }
 

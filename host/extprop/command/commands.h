@@ -25,11 +25,12 @@ struct Options {
   std::optional<Severity> log;
   std::string keep;
   std::string save_props;
-  std::string html;
+  std::string html;  // of carriers too
 
   // Of carriers.
   bool json_lines = false;
   bool stat = false;
+  std::string csv;
   unsigned jobs = 0;  // how many boots at once; 0 for the number of cores
 
   std::string name;  // of explain: a property, or a glob
@@ -64,6 +65,9 @@ std::string FindingHelp();
 
 // Prints "extprop: MESSAGE" as one line on the standard error stream and returns `status`.
 int Fail(int status, const std::string& message);
+
+// Returns whether the path lies in the directory, whichever links lead there.
+bool IsInside(const std::string& path, const std::string& directory);
 
 // Fails with `status` if a step ended the boot, and says which; else returns kSuccess.
 int ReportStep(int status, const BootRecord& record);

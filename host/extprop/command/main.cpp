@@ -107,11 +107,22 @@ Examples:
 
 void AddCarriersCommand(CLI::App* command, Options* options) {
   AddBootOptions(command, &options->boot);
-  command->add_option("DIR_B", options->tree_b, "The next build's files, to compare with")
-      ->type_name("");
-  command->add_flag("--stat", options->stat, "Print how much differs, not what");
-  command->add_flag("--json", options->json, "Print the carriers as JSON");
-  command->add_flag("--json-lines", options->json_lines, "The same, one object a line");
+  CLI::Option* tree_b =
+      command->add_option("DIR_B", options->tree_b, "The next build's files, to compare with")
+          ->type_name("");
+  CLI::Option* stat =
+      command->add_flag("--stat", options->stat, "Print how much differs, not what");
+  CLI::Option* json = command->add_flag("--json", options->json, "Print the carriers as JSON");
+  CLI::Option* json_lines =
+      command->add_flag("--json-lines", options->json_lines, "The same, one object a line");
+  for (CLI::Option* file :
+       {command->add_option("--html", options->html,
+                            "Write one page for the browser, property by carrier, and no text"),
+        command->add_option("--csv", options->csv,
+                            "Write what differs for spreadsheets, property by carrier, and no "
+                            "text; an empty cell is unset")}) {
+    file->type_name("FILE")->excludes(tree_b)->excludes(stat)->excludes(json)->excludes(json_lines);
+  }
   command
       ->add_option("-j,--jobs", options->jobs,
                    "How many boots to make at once; as many as there are cores if left out")
@@ -122,6 +133,7 @@ Exit status: 0 done, 1 a boot failed, 2 bad input. Of two builds: 0 the same, 1 
 Examples:
   extprop carriers image --props getprop.txt
   extprop carriers image next-image --stat
+  extprop carriers image --html carriers.html --csv carriers.csv
   extprop carriers image --json-lines | jq -r 'select(.differences == []) | .name')");
 }
 

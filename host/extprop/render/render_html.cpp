@@ -53,12 +53,6 @@ class PagePacker {
   std::map<std::vector<size_t>, size_t> shapes_;
 };
 
-// As JSON that may stand in a script element: nothing in it ends or begins an element or comment.
-std::string ScriptText(const json& value) {
-  const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
-  return android::base::StringReplace(text, "<", "\\u003c", true);
-}
-
 // The lines are in the histories.
 BootRecord WithoutLines(BootRecord record) {
   for (Step& step : record.steps) {
@@ -99,6 +93,11 @@ json Brief(const Setting& setting) {
 }
 
 }  // namespace
+
+std::string ScriptText(const json& value) {
+  const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+  return android::base::StringReplace(text, "<", "\\u003c", true);
+}
 
 std::string RenderHtml(const std::string& command, const std::string& tree,
                        const BootRecord& record) {
