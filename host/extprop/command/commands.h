@@ -27,11 +27,15 @@ struct Options {
   std::string save_props;
   std::string html;  // of carriers too
 
-  // Of carriers.
+  // Of carriers; the jobs of expect too.
   bool json_lines = false;
   bool stat = false;
   std::string csv;
   unsigned jobs = 0;  // how many boots at once; 0 for the number of cores
+
+  // Of expect.
+  std::vector<std::string> expectation_files;
+  bool write = false;
 
   std::string name;  // of explain: a property, or a glob
 
@@ -55,6 +59,7 @@ int Boot(const Options& options);
 int Carriers(const Options& options);
 int Check(const Options& options);
 int Diff(const Options& options);
+int Expect(const Options& options);
 int Explain(const Options& options);
 
 // Returns the ids of all kinds of findings.

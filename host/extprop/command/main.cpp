@@ -137,6 +137,34 @@ Examples:
   extprop carriers image --json-lines | jq -r 'select(.differences == []) | .name')");
 }
 
+void AddExpectCommand(CLI::App* command, Options* options) {
+  AddBootOptions(command, &options->boot);
+  command->add_option("FILE", options->expectation_files, "Files of expectations")->type_name("");
+  command->add_flag("--write", options->write, "Print a file of what the device does instead");
+  command
+      ->add_option("-j,--jobs", options->jobs,
+                   "How many boots to make at once; as many as there are cores if left out")
+      ->type_name("N");
+  command->add_flag("--json", options->json, "Print what is unmet as JSON");
+  command->footer(R"(A file has lines of these forms; "#" begins a comment:
+  NAME=VALUE      the property has the value
+  NAME=*          it has any value
+  !NAME           it is unset
+  [first=KEY]     what follows holds for a device of the carrier, as of --carrier; several may stand
+                  together: [current=KEY first=KEY]
+  [NAME=VALUE]    ... for a device that boots with the property, as of --set
+  [default]       ... for the device as it is
+What stands before any section holds for the device as it is and for each section's. A line that does
+not hold is an error [unmet], a carrier that nothing on the device knows an error [unknown-carrier].
+
+)" + StepHelp() + R"(
+Exit status: 0 all is met, 1 something is not, 2 trouble or a bad line.
+
+Examples:
+  extprop expect image expect.prop --props getprop.txt
+  extprop expect --write image --props getprop.txt >expect.prop)");
+}
+
 void AddCheckCommand(CLI::App* command, Options* options) {
   AddBootOptions(command, &options->boot);
   command->add_flag("--json", options->json, "Print the findings as JSON");
@@ -193,6 +221,8 @@ constexpr Command kCommands[] = {
      AddDiffCommand, Diff},
     {"carriers", "Boot with each carrier key and show what differs from the default.",
      AddCarriersCommand, Carriers},
+    {"expect", "Check that a device does what a file expects, for each carrier in it.",
+     AddExpectCommand, Expect},
     {"check", "Find what is wrong in a device's files, as a compiler would.", AddCheckCommand,
      Check},
 };
