@@ -1,6 +1,6 @@
 #include "utils/property_file_parser.h"
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -13,19 +13,22 @@ namespace {
 
 using android::base::Trim;
 
+// A plain reader of property files, with the bounds on imports.
 struct Model {
   android::init::PropertyMap map;
-  std::vector<ino_t> chain;
+  std::vector<std::string> chain;  // the files whose imports are followed
   int entered = 0;
 
+  void Import(const std::string& path, const std::string& filter) {
+    if (access(path.c_str(), F_OK) != 0 || entered == 4096 || chain.size() == 128) return;
+    const bool circle = filter.empty() && std::count(chain.begin(), chain.end(), path) != 0;
+    if (!circle) Load(path, filter);
+  }
+
   void Load(const std::string& path, const std::string& filter) {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0 || chain.size() >= 32 || entered >= 1024) return;
-    if (std::count(chain.begin(), chain.end(), st.st_ino) != 0) return;
     ++entered;
-    if (!S_ISREG(st.st_mode)) return;
-    chain.push_back(st.st_ino);
-    std::ifstream lines(path, std::ios::binary);
+    std::ifstream lines(path, std::ios::binary);  // of a directory, it has no line
+    chain.push_back(path);
     for (std::string line; std::getline(lines, line);) Line(Trim(line.c_str()), filter);
     chain.pop_back();
   }
@@ -36,7 +39,7 @@ struct Model {
       const std::string argument = Trim(line.substr(7));
       const size_t space = std::min(argument.find(' '), argument.size());
       const auto path = fuzz::ModelExpand(argument.substr(0, space));
-      if (path) Load(*path, Trim(argument.substr(space)));
+      if (path) Import(*path, Trim(argument.substr(space)));
     } else if (equals != std::string::npos && line[0] != '#') {
       const std::string name = Trim(line.substr(0, equals));
       const bool by_prefix = !filter.empty() && filter.back() == '*' &&
