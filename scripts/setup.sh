@@ -4,7 +4,7 @@
 
 library_packages=(
   android-libbase-dev android-liblog-dev android-libcutils-dev android-libselinux-dev
-  libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libgtest-dev
+  libselinux1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libgmock-dev
 )
 build_packages=(g++ cmake ninja-build "${library_packages[@]}")
 # What the tool unpacks images with, and what the tests make them with.

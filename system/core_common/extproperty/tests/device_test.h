@@ -1,86 +1,106 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include <sys/stat.h>
 
-#include <android-base/logging.h>
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "VemraExtensionProperty/init_extension_property_impl.h"
 #include "host/platform/system_properties.h"
+#include "host/watch/platform_calls.h"
 
-// A device for one test: an empty private root, no system property set, and the platform's logging
-// library with its lines kept. The whole test program runs in the private root, so the library's
-// absolute paths are real files and its mounts real mounts.
-//
-// What a test gives and gets is text. A map is "a=1 b=2", several items are joined by " | ", and
-// long names and paths are written as "$display" and the like; see kAliases in device_test.cpp.
+// A device for tests. The whole test program runs in a private root, so the library's absolute
+// paths are real files and its mounts real mounts; the system properties are those of the program.
 
+using android::init::InitExtensionPropertyImpl;
 using android::init::PropertyMap;
+using testing::HasSubstr;
 
-// The service object with its state in view.
-class Service : public android::init::InitExtensionPropertyImpl {
- public:
-  using InitExtensionPropertyImpl::channelInfo;
-  using InitExtensionPropertyImpl::libName;
-  using InitExtensionPropertyImpl::nvTargetKey;
-  using InitExtensionPropertyImpl::oldNvKey;
-  using InitExtensionPropertyImpl::simSwitchCurrentKey;
-  using InitExtensionPropertyImpl::simSwitchFirstKey;
-  using InitExtensionPropertyImpl::spareString;
-  using InitExtensionPropertyImpl::ssvKey;
-};
+namespace fs = std::filesystem;
 
+constexpr char kSsv[] = "/mnt/vendor/vemrareserve/system/ssv/";
+constexpr char kFirstFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file";
+constexpr char kCurrentFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file";
+constexpr char kConvertFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_convert_file";
+constexpr char kNoneClearMarker[] = "/mnt/vendor/vemrareserve/system/ssv/first_switch_none_clear";
+constexpr char kCommonFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_switch_common_prop_file";
+constexpr char kForceConnectFile[] =
+    "/mnt/vendor/vemrareserve/system/ssv/force_connect_internet_prop_file";
+constexpr char kSimActionFile[] = "/mnt/vendor/vemrareserve/system/ssv/sim_action_file";
+constexpr char kNvConfig[] = "/mnt/vendor/vemrareserve/radio/exp_operator_switch.config";
+constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
+constexpr char kAppChannelFile[] = "/data/system/customize/empty_appchannel_prop_file.prop";
+constexpr char kMountInfo[] = "/data/cota/cota_mount_info.prop";
+constexpr char kModuleInfo[] = "/data/cota/cota_module_info.prop";
+
+// Empties the device: no file, no mount, no property.
+void ClearDevice();
+
+// Writes a file, creating the directories above it.
+void Write(const std::string& path, const std::string& content);
+// These return "missing" for a file that is not there. Mode and owner are as "0600 1000:1000".
+std::string Read(const std::string& path);
+std::string ModeAndOwner(const std::string& path);
+long CountEntries(const std::string& directory);
+// Returns the mount points that were made on the device, the last one first, as "/b /a".
+std::string MountPoints();
+
+// A map as text is "a=1 b=2".
 std::string Text(const PropertyMap& map);
 PropertyMap Map(const std::string& text);
+// Sets system properties.
+void Set(const std::string& map);
 
-// Returns `text` with its aliases replaced by what they stand for.
-std::string Long(const std::string& text);
+// The host: keeps what it is handed and, as init does, applies it at once.
+void Apply(int mode, PropertyMap map);
+// Returns what was handed over since the last call, as "MODE a=1 b=2 | MODE c=3".
+std::string HandedOver();
+// Returns what `operation` hands over.
+template <typename Operation>
+std::string HandedOverBy(Operation operation) {
+  operation(Apply);
+  return HandedOver();
+}
 
-// Returns the fields, separated by ",", of rows that are separated by blanks.
-std::vector<std::vector<std::string>> Table(const std::string& text);
+// Returns the lines logged since the last call, as "E message | W message"; at INFO and above,
+// unless a test sets another minimum.
+std::string Logged();
+
+// Lets the first call of this kind on a path, or on any descriptor, fail while it lives. Expects
+// that it is made.
+class FailingCall : public watch::Observer {
+ public:
+  FailingCall(watch::Call call, const std::string& path, int error)
+      : call_(call), path_(path), error_(error) {
+    watch::SetObserver(this);
+  }
+  ~FailingCall() override {
+    watch::SetObserver(nullptr);
+    EXPECT_TRUE(failed_) << watch::CallName(call_) << " " << path_ << " was not called";
+  }
+  watch::Verdict Before(const watch::PlatformCall& call) override {
+    if (failed_ || call.call != call_ || call.path != path_) return {};
+    failed_ = true;
+    return {true, error_};
+  }
+
+ private:
+  const watch::Call call_;
+  const std::string path_;
+  const int error_;
+  bool failed_ = false;
+};
 
 class DeviceTest : public testing::Test {
  protected:
   void SetUp() override;
+  void TearDown() override;
 
-  // Writes a file, creating the directories above it.
-  static void Write(const std::string& path, const std::string& content);
-  // Writes property files, "PATH MAP" each.
-  static void WriteFiles(const std::string& files);
-  // These take several paths, separated by blanks. Exists() asks for any of them.
-  static void MakeDirectories(const std::string& paths);
-  static void Remove(const std::string& paths);
-  static bool Exists(const std::string& paths);
-  // Return "<missing>" for a file that is not there. Mode and owner are as "0600 1000:1000".
-  static std::string Read(const std::string& path);
-  static std::string ModeAndOwner(const std::string& path);
-  static std::string State(const std::string& p) { return ModeAndOwner(p) + " " + Read(p); }
+  InitExtensionPropertyImpl service_;
 
-  // Sets system properties.
-  static void Set(const std::string& map);
-
-  // The host: keeps what it is handed and, as init does, applies it at once.
-  static void Apply(int mode, PropertyMap map);
-  // Returns what was handed over since the last call, "MODE MAP" each.
-  static std::string TakeHandOvers();
-  // Returns what an operation hands over after these properties were set.
-  template <typename Operation>
-  static std::string Run(Operation operation, const std::string& properties = "") {
-    Set(properties);
-    operation(Apply);
-    return TakeHandOvers();
-  }
-
-  // Returns the lines logged at INFO and above since the last call, "E message" each.
-  static std::string TakeLog();
-  // Returns a result followed by what TakeLog() returns.
-  static std::string WithLog(const std::string& result);
-  // Returns true where all of these lines were logged since then.
-  static bool LogHas(const std::string& lines);
-
-  // Returns the mount points below the private root that the test has made, the last one first.
-  static std::string MountPoints();
-
-  Service service_;
+ private:
+  const long descriptors_ = CountEntries("/proc/self/fd");
 };

@@ -1,194 +1,152 @@
 #include "tests/device_test.h"
 
-#include <sys/stat.h>
+#include <errno.h>
 #include <unistd.h>
 
-#include "host/watch/platform_calls.h"
+#include <memory>
 
-// Makes one call fail while it lives: on a path, or on any descriptor, the first such or a later
-// one.
-class FailingCall : public watch::Observer {
- public:
-  FailingCall(watch::Call call, const std::string& path, int number)
-      : call_(call), path_(path), left_(number) {
-    watch::SetObserver(this);
-  }
-  ~FailingCall() override { watch::SetObserver(nullptr); }
+using watch::Call;
 
-  watch::Verdict Before(const watch::PlatformCall& call) override {
-    const bool fails = call.call == call_ && call.path == path_ && --left_ == 0;
-    return {fails, EIO};
-  }
-
- private:
-  const watch::Call call_;
-  const std::string path_;
-  int left_;
-};
-
+// A device whose NV storage holds the key "nv", and which maps it and, before it, the boot's
+// carrier.
 class SimSwitchKeyInfoTest : public DeviceTest {
  protected:
-  // Returns what the key pass of one boot, on a legacy device, makes of a map, and keeps the keys.
+  void SetUp() override {
+    DeviceTest::SetUp();
+    Write(kNvConfig, "nv");
+    Write(kNvMap, "boot=K\nnv=N\n");
+    Set("ro.boot.vmcarrier=boot ro.sys.customize.flashback.company=set");
+  }
+  // Returns what the key pass of a new boot makes of a map.
   std::string KeyPass(const std::string& map_before = "") {
-    Write("$nv_config", "nv");
-    Set("ro.boot.vmcarrier=boot");
-    Service service;
+    boot_ = std::make_unique<InitExtensionPropertyImpl>();
     PropertyMap map = Map(map_before);
-    service.loadExtensionSimswitchKeyInfo(&map);
-    keys_ = service.simSwitchFirstKey + "/" + service.simSwitchCurrentKey + "/" +
-            service.channelInfo + "/" + service.oldNvKey + "/" + service.ssvKey;
+    boot_->loadExtensionSimswitchKeyInfo(&map);
     return Text(map);
   }
+  static void ForgetConversion() {
+    fs::remove(kFirstFile);
+    fs::remove(kConvertFile);
+  }
 
-  std::string keys_;
-  const std::string kFirst = "$ssv/sim_switch_first_file";
-  const std::string kCurrent = "$ssv/sim_switch_current_file";
-  const std::string kConvert = "$ssv/sim_switch_convert_file";
-  const std::string kNoneClear = "$ssv/first_switch_none_clear";
-  const std::string kSimAction = "$ssv/sim_action_file";
+  const std::string kNvMap = "/mnt/vendor/my_product/etc/nvmap.prop";
+  std::unique_ptr<InitExtensionPropertyImpl> boot_;
 };
 
-TEST_F(SimSwitchKeyInfoTest, legacy_key_is_converted_once_over_several_boots) {
-  WriteFiles("$vendor/product/etc/nvmap.prop boot=K");
-  EXPECT_EQ(WithLog(KeyPass()),
-            "$flashback=invalid $switch.first=K | I there is no ssv dir | I make dir: "
-            "/mnt/vendor/vemrareserve/system/ | I make dir: $ssv/ | I create ssv dir: $ssv/ | I "
-            "sim_switch_first_file is exist!!!");
-  EXPECT_EQ(State(kFirst), "0600 1000:1000 sys.sim.switch.first=K\n");
-  EXPECT_EQ(State(kConvert), "0600 1000:1000 sys.sim.switch.convert= true\n");
-  // The device's carrier changes: the converted key stays.
-  WriteFiles("$vendor/product/etc/nvmap.prop boot=OTHER");
-  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.convert=true $switch.first=K");
-  // The convert file alone keeps a lost first file from being converted anew.
-  Remove(kFirst);
-  EXPECT_EQ(KeyPass() + keys_, "$flashback=invalid $switch.convert=true///nv/");
-  // The first file alone, after a cut between the two, has nothing to convert either.
-  Write(kFirst, "sys.sim.switch.first=K\n");
-  Remove(kConvert);
-  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.first=K");
-  // A marker is written where a conversion asks for one, and kept.
-  Remove(kFirst);
+TEST_F(SimSwitchKeyInfoTest, legacy_key_is_converted_once) {
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.first=K");
+  EXPECT_EQ(ModeAndOwner("/mnt/vendor/vemrareserve/system/ssv"), "0771 0:0");
+  EXPECT_EQ(Read(kFirstFile) + ModeAndOwner(kFirstFile), "sys.sim.switch.first=K\n0600 1000:1000");
+  EXPECT_EQ(Read(kConvertFile) + ModeAndOwner(kConvertFile),
+            "sys.sim.switch.convert= true\n0600 1000:1000");
+  // The device's carrier changes: the converted key stays. Either file alone keeps it.
+  Write(kNvMap, "boot=OTHER\n");
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.convert=true sys.sim.switch.first=K");
+  fs::remove(kConvertFile);
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.first=K");
+  fs::remove(kFirstFile);
+  Write(kConvertFile, "sys.sim.switch.convert=true\n");
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.convert=true");
+  // No other value does, nor does the sim action file.
+  Write(kConvertFile, "sys.sim.switch.convert=TRUE\n");
+  Write(kSimActionFile, "sys.sim.switch.convert=true\n");
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.convert=true sys.sim.switch.first=OTHER");
+}
+
+TEST_F(SimSwitchKeyInfoTest, conversion_writes_the_none_clear_marker_where_asked_and_missing) {
   KeyPass("ro.none.clear.switch.first=yes");
-  EXPECT_FALSE(Exists(kNoneClear));
-  for (const char* state : {"0600 1000:1000 1", "0600 1000:1000 old"}) {
-    Remove(kFirst + " " + kConvert);
+  EXPECT_EQ(Read(kNoneClearMarker), "missing");
+  for (const char* marker : {"1", "old"}) {
+    ForgetConversion();
     KeyPass("ro.none.clear.switch.first=true");
-    EXPECT_EQ(State(kNoneClear), state);
-    Write(kNoneClear, "old");
+    EXPECT_EQ(Read(kNoneClearMarker) + " " + ModeAndOwner(kNoneClearMarker),
+              marker + std::string(" 0600 1000:1000"));
+    Write(kNoneClearMarker, "old");
   }
 }
 
-TEST_F(SimSwitchKeyInfoTest, failed_writes_are_logged_and_retried_by_the_next_boot) {
-  const std::string failed = "open() failed: Too many levels of symbolic links | ";
-  WriteFiles("$vendor/product/etc/nvmap.prop boot=K");
-  MakeDirectories("$ssv/");
-  // A link to nowhere does not exist, and cannot be written.
-  ASSERT_EQ(symlink("nowhere", Long(kFirst).c_str()), 0);
-  EXPECT_EQ(WithLog(KeyPass()) + " | ",
-            "$flashback=invalid | E Unable to write sim_action_first_file " + failed);
-  EXPECT_FALSE(Exists(kConvert));
-  Remove(kFirst);
-  ASSERT_EQ(symlink("nowhere", Long(kConvert).c_str()), 0);
-  ASSERT_EQ(symlink("nowhere", Long(kNoneClear).c_str()), 0);
-  EXPECT_EQ(WithLog(KeyPass("ro.none.clear.switch.first=true")),
-            "ro.none.clear.switch.first=true $flashback=invalid $switch.first=K | E Unable to "
-            "write sim_switch_convert_file " +
-                failed + "E Unable to write first_switch_none_clear " + failed +
-                "I sim_switch_first_file is exist!!!");
-  Remove("/mnt/vendor/vemrareserve/system");
-  Write("/mnt/vendor/vemrareserve/system", "in the way");
-  EXPECT_EQ(WithLog(KeyPass()),
-            "$flashback=invalid | I there is no ssv dir | I make dir: "
-            "/mnt/vendor/vemrareserve/system/ | E Unable to write sim_action_first_file open() "
-            "failed: Not a directory");
+TEST_F(SimSwitchKeyInfoTest, legacy_keys_are_read_once_from_nv_storage_and_the_sim_action_file) {
+  Set("ro.boot.vmcarrier=unmapped");
+  Write("/odm/etc/flags.prop", "nv=target\n");
+  Write(kSimActionFile, "ssv\n");
+  KeyPass();
+  EXPECT_EQ(boot_->simSwitchFirstKey + boot_->oldNvKey + boot_->nvTargetKey, "Nnvtarget");
+  EXPECT_EQ(boot_->ssvKey, "ssv\n") << "untrimmed";
+  // A key that is known is not read again.
+  PropertyMap map;
+  boot_->nvTargetKey = "";
+  boot_->ssvKey = "known";
+  ForgetConversion();
+  boot_->loadExtensionSimswitchKeyInfo(&map);
+  EXPECT_EQ(boot_->oldNvKey + "/" + boot_->nvTargetKey + "/" + boot_->ssvKey, "nv//known");
+  // A file of any size does not use up memory, and is no key.
+  ASSERT_EQ(truncate(kSimActionFile, off_t{4} << 30), 0);
+  ForgetConversion();
+  KeyPass();
+  EXPECT_EQ(boot_->ssvKey, "");
 }
 
-TEST_F(SimSwitchKeyInfoTest, legacy_keys_come_from_the_nv_and_the_sim_action_file) {
-  WriteFiles("/odm/etc/nvmap.prop ssv=S");
-  Write(kSimAction, "ssv");
-  EXPECT_EQ(KeyPass() + keys_, "$flashback=invalid $switch.first=SS///nv/ssv");
-  EXPECT_TRUE(LogHas("I read ssv file"));
-  // The NV key comes first.
-  WriteFiles("/odm/etc/nvmap.prop nv=N ssv=S");
-  Remove(kFirst + " " + kConvert);
-  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.first=N");
-  // The sim action file is a property file as well, but cannot mark the conversion as done.
-  Remove(kFirst + " " + kConvert);
-  WriteFiles(kSimAction + " $switch.convert=true");
-  EXPECT_EQ(KeyPass(), "$flashback=invalid $switch.convert=true $switch.first=N");
+TEST_F(SimSwitchKeyInfoTest, failed_call_neither_ends_the_conversion_nor_starts_it) {
+  fs::create_directories(kSsv);
+  for (int error : {ENOSPC, EIO}) {
+    const FailingCall failing(Call::kWrite, "", error);
+    KeyPass();
+    EXPECT_FALSE(fs::exists(kFirstFile) || fs::exists(kConvertFile));
+  }
+  EXPECT_THAT(Logged(), HasSubstr("E Unable to write sim_action_first_file Unable to write file "
+                                  "contents: No space left on device"));
+  // A link to nowhere does not exist and cannot be written; it is not the conversion's to remove.
+  fs::create_symlink("nowhere", kFirstFile);
+  KeyPass();
+  EXPECT_TRUE(fs::is_symlink(kFirstFile) && !fs::exists(kConvertFile));
+  // Where it cannot be told whether there is a stored key, it stays.
+  fs::remove(kFirstFile);
+  Write(kFirstFile, "sys.sim.switch.first=stored\n");
+  const FailingCall failing(Call::kAccess, kFirstFile, EIO);
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.first=stored");
 }
 
 TEST_F(SimSwitchKeyInfoTest, old_format_files_are_upgraded_once_with_their_text_untrimmed) {
-  Write(kFirst, "K\n");
-  Write(kCurrent, "C");
-  chmod(Long(kCurrent).c_str(), 0644);
-  EXPECT_EQ(
-      WithLog(KeyPass()),
-      "$flashback=invalid $switch.current=C $switch.first=K\n | I sim_switch_first_file is "
-      "exist!!! | E Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY | I sim_switch_current_file "
-      "is exist!!! | E Convert tmp_current_key to SIM_SWITCH_CURRENT_PROPERTY");
-  EXPECT_EQ(keys_, "K\n/C//nv/");
-  EXPECT_EQ(State(kCurrent), "0644 1000:1000 sys.sim.switch.current=C\n");
-  Write(kCurrent, "");
-  EXPECT_EQ(WithLog(KeyPass()),
-            "$flashback=invalid $switch.first=K | I sim_switch_first_file is exist!!! | I "
-            "sim_switch_current_file is exist!!!");
+  Write(kFirstFile, "K\n");
+  Write(kCurrentFile, "C");
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.current=C sys.sim.switch.first=K\n");
+  EXPECT_EQ(boot_->simSwitchFirstKey + "/" + boot_->simSwitchCurrentKey, "K\n/C");
+  EXPECT_THAT(Logged(), HasSubstr("E Convert tmp_first_key to SIM_SWITCH_FIRST_PROPERTY"));
+  EXPECT_EQ(Read(kFirstFile) + Read(kCurrentFile),
+            "sys.sim.switch.first=K\n\nsys.sim.switch.current=C\n");
+  EXPECT_EQ(ModeAndOwner(kCurrentFile), "0666 1000:1000") << "the mode stays";
+  // Where it cannot be rewritten, the key still counts; an empty file holds none.
+  Write(kCurrentFile, "C");
+  const FailingCall failing(Call::kWrite, "", EIO);
+  EXPECT_EQ(KeyPass(), "sys.sim.switch.current=C sys.sim.switch.first=K");
+  EXPECT_THAT(Logged(), HasSubstr("E Unable to write sim_switch_current_fileUnable to write"));
+  EXPECT_EQ(KeyPass() + Read(kCurrentFile), "sys.sim.switch.first=K");
 }
 
-TEST_F(SimSwitchKeyInfoTest, upgrade_that_fails_half_way_tells_where) {
-  for (const std::string name : {"first", "current"}) {
-    const std::string file = "$ssv/sim_switch_" + name + "_file";
-    const std::string exists = "I sim_switch_" + name + "_file is exist!!! | E ";
-    const std::string upgraded = "$flashback=invalid $switch." + name + "=K | " + exists +
-                                 "Convert tmp_" + name + "_key to SIM_SWITCH_" +
-                                 (name == "first" ? "FIRST" : "CURRENT") +
-                                 "_PROPERTY | E Unable to ";
-    const auto upgrade = [&](watch::Call call, const std::string& path, int number) {
-      Remove(kFirst + " " + kCurrent);
-      Write(file, "K");
-      const FailingCall failing(call, Long(path), number);
-      return WithLog(KeyPass());
-    };
-    const std::string unread =
-        "$flashback=invalid | " + exists + "read sim switch " + name + " file failed :" + file;
-    EXPECT_EQ(upgrade(watch::Call::kOpen, file, 2), unread);
-    // The end of the file is what cannot be read: what was read by then is no key.
-    EXPECT_EQ(upgrade(watch::Call::kRead, "", 6), unread);
-    EXPECT_EQ(upgrade(watch::Call::kOpen, file, 3),
-              upgraded + "write sim_switch_" + name + "_fileopen() failed: Input/output error");
-    EXPECT_EQ(State(file), "0666 1000:1000 K");
-    EXPECT_EQ(upgrade(watch::Call::kLchown, file, 1), upgraded + "chown file " + file);
-  }
-}
-
-TEST_F(SimSwitchKeyInfoTest, later_files_win_and_unreadable_ones_are_logged) {
-  // In the order of reading, each with what is logged where it cannot be read.
+TEST_F(SimSwitchKeyInfoTest, later_files_win) {
   const std::string copies = "/data/system/customize/sim_switch/sim_switch_";
   const std::string flashback = "/mnt/vendor/vemrareserve/system/flag/flashback.cfg";
-  const std::string files[][3] = {
-      {kConvert, " a=1", "E sim switch convert property load failed:"},
-      {kSimAction, " a=2 b=2", "E read ssv failed :"},
-      {kFirst, " b=3 c=3 $switch.first=A", "E sim switch key property failed:"},
-      {kCurrent, " c=4 d=4 $switch.current=A", "E sim switch key property failed:"},
-      {copies + "current_file", " d=5 e=5 $switch.current=C", "E sim switch key property failed:"},
-      {"$ssv/sim_switch_common_prop_file", " e=6 f=6", "E reboot count key property failed:"},
-      {copies + "first_file", " f=7 g=7 $switch.first=B", "E sim switch key property failed:"},
-      {"$common", " g=8 h=8 persist.sys.channel.info=ch", "E sim switch key property failed:"},
-      {"$ssv/force_connect_internet_prop_file", " h=9 i=9",
-       "E force connect internet property failed:"},
-      {flashback, " i=10", "E flash back property failed:"}};
-  for (const auto& [path, map, text] : files) WriteFiles(path + map);
+  // In the order of reading.
+  Write(kConvertFile, "a=1\n");
+  Write(kSimActionFile, "a=2\nb=2\n");
+  Write(kFirstFile, "b=3\nc=3\nsys.sim.switch.first=A\n");
+  Write(kCurrentFile, "c=4\nd=4\nsys.sim.switch.current=A\n");
+  Write(copies + "current_file", "d=5\ne=5\nsys.sim.switch.current=C\n");
+  Write(kCommonFile, "e=6\npersist.sys.channel.info=no\n");
+  Write(copies + "first_file", "g=7\nsys.sim.switch.first=B\n");
+  Write(kDataCommonFile, "g=8\nh=8\npersist.sys.channel.info=shop\n");
+  Write(kForceConnectFile, "h=9\ni=9\n");
+  Write(flashback, "i=10\n");
   EXPECT_EQ(KeyPass(),
-            "a=2 b=3 c=4 d=5 e=6 f=7 g=8 h=9 i=10 persist.sys.channel.info=ch $switch.current=C "
-            "$switch.first=B");
-  EXPECT_EQ(keys_, "B/C/ch/nv/");
-  for (const auto& [path, map, text] : files) Remove(path);
-  for (const auto& [path, map, text] : files) MakeDirectories(path);
-  EXPECT_EQ(KeyPass(), "");
-  EXPECT_FALSE(LogHas("E read sim switch first file failed :" + kFirst)) << "it is tried again";
-  for (const auto& [path, map, text] : files) EXPECT_TRUE(LogHas(text + path)) << path;
-  Remove(flashback);
-  EXPECT_EQ(KeyPass("$flashback=kept"), "$flashback=kept");
-  Set("$flashback=kept");
-  EXPECT_EQ(KeyPass(), "");
+            "a=2 b=3 c=4 d=5 e=6 g=8 h=9 i=10 persist.sys.channel.info=shop "
+            "sys.sim.switch.current=C sys.sim.switch.first=B");
+  EXPECT_EQ(boot_->simSwitchFirstKey + boot_->simSwitchCurrentKey + boot_->channelInfo, "BCshop");
+  fs::remove(kDataCommonFile);
+  fs::create_directories(kDataCommonFile);
+  KeyPass();
+  EXPECT_EQ(boot_->channelInfo, "") << "the channel is not that of a file that was not read";
+  // Without its file, the company is invalid where nothing sets it.
+  fs::remove(flashback);
+  Set("ro.sys.customize.flashback.company=");
+  EXPECT_THAT(KeyPass(), HasSubstr("ro.sys.customize.flashback.company=invalid"));
 }
