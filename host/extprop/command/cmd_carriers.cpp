@@ -9,7 +9,7 @@
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/progress.h"
 #include "host/extprop/render/render_carriers.h"
-#include "host/extprop/render/render_text.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 

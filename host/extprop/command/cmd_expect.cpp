@@ -5,7 +5,7 @@
 #include "host/extprop/carriers/carrier_table.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/expect/check_expectations.h"
-#include "host/extprop/render/render_text.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 

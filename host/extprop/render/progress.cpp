@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "host/extprop/render/render_text.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
