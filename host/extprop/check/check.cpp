@@ -134,9 +134,10 @@ const std::vector<FindingKind>& FindingKinds() {
   return kinds;
 }
 
-const FindingKind& Finding::kind() const {
+const FindingKind& KindOf(const Finding& finding) {
   const std::vector<FindingKind>& kinds = FindingKinds();
-  return *std::find_if(kinds.begin(), kinds.end(), [this](auto& kind) { return id == kind.id; });
+  return *std::find_if(kinds.begin(), kinds.end(),
+                       [&](const FindingKind& kind) { return finding.id == kind.id; });
 }
 
 Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {

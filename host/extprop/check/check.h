@@ -41,14 +41,14 @@ struct Finding {
   std::string message;  // the same wherever in a file the lines are
   Place other;          // a second place that the message speaks of; no path where there is none
 
-  const FindingKind& kind() const;
-
   bool operator<(const Finding& than) const {
     return std::tie(at.path, at.line, id, message, other.path, other.line) <
            std::tie(than.at.path, than.at.line, than.id, than.message, than.other.path,
                     than.other.line);
   }
 };
+
+const FindingKind& KindOf(const Finding& finding);
 
 constexpr auto FieldsOf(const Place*) {
   return std::make_tuple(std::pair("path", &Place::path), std::pair("line", &Place::line));

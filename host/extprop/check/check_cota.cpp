@@ -52,7 +52,7 @@ void CotaCheck::ReportBind(const MountEvent& mount) {
     Place at = PlaceOf(directory);
     // The default target stands in no file.
     if (at.path == kBootPath) at = PlaceOf(mount.source);
-    context_.Report("failed-bind", at, what + "there is no " + directory);
+    context_.Report("failed-bind", at, std::string(what).append("there is no ").append(directory));
   }
   if (!any_missing) {
     context_.Report("failed-bind", PlaceOf(mount.source), what + strerror(mount.error));

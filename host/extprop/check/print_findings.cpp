@@ -28,7 +28,7 @@ const char* ColourOf(const std::string& severity) {
 void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings, bool colour,
                    std::ostream& out) {
   for (const Finding& finding : findings) {
-    const std::string severity = finding.kind().severity;
+    const std::string severity = KindOf(finding).severity;
     out << Visible(GivenPlace(tree, finding.at)) << ": " << (colour ? ColourOf(severity) : "")
         << severity << ':' << (colour ? "\033[0m" : "") << ' ' << Visible(finding.message);
     if (!finding.other.path.empty()) {
@@ -42,7 +42,7 @@ std::string CountFindings(const std::vector<Finding>& findings) {
   std::string counts;
   for (const std::string severity : {"error", "warning", "note"}) {
     const auto count = std::count_if(findings.begin(), findings.end(), [&](const Finding& each) {
-      return each.kind().severity == severity;
+      return KindOf(each).severity == severity;
     });
     counts += (counts.empty() ? "" : ", ") + std::to_string(count) + " " + severity;
     if (count != 1) counts += "s";
@@ -57,7 +57,7 @@ nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& 
                     {"line", finding.at.line},
                     {"file", finding.at.path},
                     {"other", GivenPlace(tree, finding.other)},
-                    {"severity", finding.kind().severity},
+                    {"severity", KindOf(finding).severity},
                     {"message", finding.message},
                     {"id", finding.id}});
   }

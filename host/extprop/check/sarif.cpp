@@ -69,8 +69,8 @@ json Rules() {
 
 json ResultOf(const Finding& finding) {
   json result = {{"ruleId", finding.id},
-                 {"ruleIndex", &finding.kind() - FindingKinds().data()},
-                 {"level", finding.kind().severity},
+                 {"ruleIndex", &KindOf(finding) - FindingKinds().data()},
+                 {"level", KindOf(finding).severity},
                  {"message", {{"id", "default"}, {"arguments", {finding.message}}}}};
   if (finding.at.path[0] == '/') result["locations"] = {LocationOf(finding.at)};
   if (!finding.other.path.empty()) {

@@ -31,7 +31,7 @@ bool AnyAsSevere(const std::vector<Finding>& findings, const std::string& level)
     return severity == "error" ? 2 : severity == "warning" ? 1 : 0;
   };
   return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
-    return rank(finding.kind().severity) >= rank(level);
+    return rank(KindOf(finding).severity) >= rank(level);
   });
 }
 

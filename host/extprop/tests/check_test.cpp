@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 
 #include "host/extprop/tests/run_tool.h"
@@ -31,27 +31,17 @@ class CheckTest : public testing::Test {
     tree_.Write(kReserve + "radio/exp_operator_switch.config", "NV KEY/1;rest");
   }
 
-  // What a check prints, the tree's path left out.
+  // What a check prints, its count of findings included and the tree's path left out.
   std::string Check(const std::string& options = "", int status = 0) {
     const auto before = Describe(tree_.path());
     const Outcome outcome = RunTool("check " + tree_.path() + " " + options);
     EXPECT_EQ(outcome.status, status) << outcome.err;
     EXPECT_EQ(Describe(tree_.path()), before);
-    counts_ = outcome.err;
-    std::string out = "\n" + outcome.out;
-    const std::string prefix = tree_.path() + "/";
-    for (size_t at; (at = out.find(prefix)) != std::string::npos;) out.erase(at, prefix.size());
-    return out;
+    return "\n" + std::regex_replace(outcome.out + outcome.err, std::regex(tree_.path() + "/"), "");
   }
 
   TempTree tree_;
-  std::string counts_;
 };
-
-TEST_F(CheckTest, nothing_is_found_on_a_sound_device) {
-  EXPECT_EQ(Check("--set ro.boot.vmcarrier=BC --fail-on note"), "\n");
-  EXPECT_EQ(counts_, "0 errors, 0 warnings, 0 notes\n");
-}
 
 TEST_F(CheckTest, property_files) {
   tree_.Write(
@@ -83,8 +73,8 @@ odm/build.prop:8: error: property 'ro.none' doesn't exist while expanding '/odm/
 odm/build.prop:11: error: nothing from the NUL byte to the end of the line is read [nul-byte]
 odm/cycle.prop:1: error: /odm/build.prop is not imported: the file is being read already [refused-import]
 odm/link.prop: error: it is a symbolic link, and links to property files are not followed (odm/build.prop:10) [unreadable-file]
+8 errors, 6 warnings, 0 notes
 )");
-  EXPECT_EQ(counts_, "8 errors, 6 warnings, 0 notes\n");
 }
 
 TEST_F(CheckTest, carriers_and_state_files) {
@@ -108,6 +98,7 @@ mnt/vendor/vemrareserve/system/ssv/sim_action_file:1: error: the line end is par
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: no partition has a directory properties/east [unknown-carrier]
 <properties>: warning: no etc/nvmap.prop knows the key 'ABC' [unmapped-key]
+1 error, 12 warnings, 0 notes
 )");
 }
 
@@ -119,49 +110,38 @@ TEST_F(CheckTest, cota_image_and_modules) {
   tree_.Write("data/cota/cota_module_info.prop",
               "mount_point=/data/cota/image\nmodule_type=media\nbind_point=/nowhere\n");
   tree_.Write("my_carrier/under", "");
-  const std::string module_finding =
-      "\ndata/cota/cota_module_info.prop:3: error: cannot bind /data/cota/image on /nowhere: "
-      "there is no /nowhere [failed-bind]\n";
-  EXPECT_EQ(
-      Check("", 1),
-      module_finding +
-          R"(data/cota/image/build.prop:1: warning: 'ro.brand one' is no property, comment or import [not-a-property]
+  EXPECT_EQ(Check("", 1), R"(
+data/cota/cota_module_info.prop:3: error: cannot bind /data/cota/image on /nowhere: there is no /nowhere [failed-bind]
+data/cota/image/build.prop:1: warning: 'ro.brand one' is no property, comment or import [not-a-property]
 data/cota/image/properties/east/SimSwitchFirstTime/a.prop:1: error: 'ro..dots' is no legal property name [illegal-name]
+2 errors, 1 warning, 0 notes
 )");
   tree_.Write("data/cota/cota_mount_info.prop", "fonts=/mnt/cota/fonts\nstray=/data/x\n");
-  EXPECT_EQ(
-      Check("", 1),
-      module_finding +
-          R"(data/cota/cota_mount_info.prop:2: error: /data/x lies where no module directory may be [module-directory]
+  EXPECT_EQ(Check("--only module-directory", 1), R"(
+data/cota/cota_mount_info.prop:2: error: /data/x lies where no module directory may be [module-directory]
+1 error, 0 warnings, 0 notes; 1 left out
 )");
 }
 
 TEST_F(CheckTest, in_a_pipeline) {
-  EXPECT_NE(Check("--only partition-override --fail-on note", 1).find("'ro.brand' replaces 'one'"),
-            std::string::npos);
-  EXPECT_EQ(counts_, "0 errors, 0 warnings, 10 notes\n");
+  EXPECT_EQ(Check("--set ro.boot.vmcarrier=BC --fail-on note"),
+            "\n0 errors, 0 warnings, 0 notes\n");
+  EXPECT_TRUE(Has(Check("--only partition-override --fail-on note", 1), "0 warnings, 10 notes\n"));
   tree_.Write("odm/etc/more.prop", "no property\n");
-  Check();
-  EXPECT_EQ(Check("--fail-on warning --ignore not-a-property"), "\n");
-  EXPECT_EQ(counts_, "0 errors, 0 warnings, 0 notes; 1 left out\n");
+  EXPECT_EQ(Check("--fail-on warning --ignore not-a-property"),
+            "\n0 errors, 0 warnings, 0 notes; 1 left out\n");
 
   TempTree scratch;
-  const std::string known = scratch / "known.json", sarif = scratch / "check.sarif";
+  const std::string known = scratch / "known.json";
   RunTool("check " + tree_.path() + " --json >" + known);
   tree_.Write("odm/etc/more.prop", "# moved\nno property\nno property\n");
-  EXPECT_EQ(Check("--fail-on warning --baseline " + known + " --sarif " + sarif, 1),
+  EXPECT_EQ(Check("--fail-on warning --baseline " + known, 1),
             "\nodm/etc/more.prop:3: warning: 'no property' is no property, comment or import "
-            "[not-a-property]\n");
-  std::string text;
-  android::base::ReadFileToString(sarif, &text);
-  const auto result = nlohmann::json::parse(text)["/runs/0/results/0"_json_pointer];
-  EXPECT_EQ(result["/locations/0/physicalLocation/artifactLocation/uri"_json_pointer],
-            "odm/etc/more.prop");
+            "[not-a-property]\n0 errors, 1 warning, 0 notes; 1 left out\n");
 
   const std::string check = "check " + tree_.path();
   ExpectRefusal(RunTool(check + " --only no-such-id"), 2, "no-such-id");
-  ExpectRefusal(RunTool(check + " --baseline " + sarif), 2, "not what check --json prints");
-  ExpectRefusal(RunTool(check + " --library /dev/null"), 2, "cannot load");
+  ExpectRefusal(RunTool(check + " --baseline /dev/null"), 2, "not what check --json prints");
 }
 
 }  // namespace
