@@ -12,8 +12,8 @@
 #include "host/platform/system_properties.h"
 #include "host/sandbox/private_root.h"
 #include "host/sandbox/tests/temp_tree.h"
-#include "system/core_common/extproperty/VemraExtensionProperty/init_extension_property_impl.h"
 #include "system/core_common/extproperty/VemraExtensionProperty/carrier/nv_ssv_carrier_key.h"
+#include "system/core_common/extproperty/VemraExtensionProperty/init_extension_property_impl.h"
 #include "system/core_common/extproperty/utils/cota_directory.h"
 #include "system/core_common/extproperty/utils/file_io.h"
 
