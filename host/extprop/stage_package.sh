@@ -41,7 +41,7 @@ extprop check root --props device.prop >/tmp/check.txt
 "${boot[@]}" --html /tmp/boot.html
 test -s /tmp/boot.html
 dpkg -L extproperty | grep -E '/(man1/extprop.1|include/extproperty/.*\.h|libextproperty.so)' >/tmp/listed.txt
-[ "$(wc -l </tmp/listed.txt)" -eq 3 ]
+[ "$(wc -l </tmp/listed.txt)" -eq 4 ]  # two headers
 
 # Files of an ordinary user, and of another one.
 useradd --create-home user
@@ -54,7 +54,7 @@ done
 
 . /usr/share/bash-completion/completions/extprop
 complete_line() { COMP_LINE=$1 COMP_POINT=${#1}; _extprop 2>/dev/null; echo "${COMPREPLY[@]}"; }
-[ "$(complete_line 'extprop ex')" = explain ]
+[ "$(complete_line 'extprop expl')" = explain ]
 [ "$(complete_line 'extprop boot --save')" = --save-props ]
 [ "$(complete_line 'extprop boot root --call pers')" = persist ]
 [ "$(complete_line 'extprop boot root --call service=check')" = check_mount ]
