@@ -13,7 +13,7 @@ class CotaOverlayTest : public DeviceTest {
   std::string Command(const std::string& command, const char* file, const std::string& info) {
     Write(file, info);
     const auto run = [&](auto cb) { service_.loadCotaServiceOverrideProperties(command, cb); };
-    const std::string handed_over = HandedOverBy(run);
+    std::string handed_over = HandedOverBy(run);
     EXPECT_FALSE(fs::exists(kMountInfo) || fs::exists(kModuleInfo));
     return handed_over;
   }

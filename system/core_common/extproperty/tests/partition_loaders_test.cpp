@@ -37,10 +37,11 @@ TEST_F(PartitionLoadersTest, directory_load_takes_every_readable_prop_entry_but_
   Write("/dir/.prop", "a=1\n");
   Write("/dir/bprop", "b=1\n");
   fs::create_directories("/dir/c.prop");
-  fs::create_symlink("/dir/.prop", "/dir/link.prop");
+  fs::create_symlink("/dir/bprop", "/dir/link.prop");
   PropertyMap map;
   for (const char* dir : {"/dir", "/no"}) service_.loadPropertiesFromDir(dir, &map);
   EXPECT_EQ(Text(map), "a=1");
+  EXPECT_THAT(Logged(), testing::Not(HasSubstr("c.prop")));
 }
 
 TEST_F(PartitionLoadersTest, five_sources_of_a_partition_override_one_another_in_order) {
