@@ -91,7 +91,8 @@ void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles*
     const std::vector<Reading>& readings = of_boots[i];
     for (const Reading& reading : readings) CheckReading(reading, Imports::kOfBoot, context);
     CheckBoot(boot, context);
-    CheckStateFiles(readings, context);
+    // A carrier that was asked for has state files that are not the user's.
+    if (!context->plan.prepare) CheckStateFiles(readings, context);
     CheckCota(boot, readings, context);
     if (overrides) CheckOverrides(boot, readings, context);
     all.insert(all.end(), readings.begin(), readings.end());
@@ -151,6 +152,7 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
   // The files that no boot has to tell of are read while it goes on.
   Result<Meanwhile> check = Meanwhile::Start([&](const Meanwhile::Input& input) {
     return RunInTree(plan.device, [&]() -> Result<std::string> {
+      if (plan.prepare) plan.prepare();
       CheckContext context(plan, library);
       UnreadFiles unread(&context);
       Result<std::string> boots = input();

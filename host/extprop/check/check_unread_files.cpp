@@ -107,7 +107,7 @@ void UnreadFiles::Check(const BootRecord& boot, const std::vector<Reading>& done
   }
   CheckOrder(survey_, &context_);
   CheckMappings(survey_, &context_);
-  CheckLegacyKeys(survey_, boot, &context_);
+  if (!context_.plan.prepare) CheckLegacyKeys(survey_, boot, &context_);
   CheckReach(survey_, done_paths, &context_);
 }
 

@@ -98,7 +98,7 @@ mnt/vendor/vemrareserve/system/ssv/sim_action_file:1: error: the line end is par
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: no partition has a directory properties/east [unknown-carrier]
 <properties>: warning: no etc/nvmap.prop knows the key 'ABC' [unmapped-key]
-1 error, 12 warnings, 0 notes
+1 error, 11 warnings, 0 notes
 )");
 }
 
