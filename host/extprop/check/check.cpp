@@ -19,14 +19,6 @@ constexpr const char* kBindImage = "mount_and_check_load";
 constexpr const char* kBindModule = "module_bind_single";
 constexpr const char* kMakeDirectories = "bind_basic_point";
 
-Result<BootRecord> BootWithCommands(BootPlan plan, const std::vector<const char*>& commands) {
-  plan.lines = true;
-  for (const char* command : commands) {
-    plan.steps.push_back({FindLoader("service", true), command});
-  }
-  return RunBoot(plan);
-}
-
 // The mount info file is either an image's or that of the modules' directories.
 bool NamesModuleDirectories(const BootRecord& boot) {
   bool any = false;
@@ -40,16 +32,40 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   return any;
 }
 
-// The plan's boot, at whose end the info files that are left are served.
-Result<std::vector<BootRecord>> Boots(const BootPlan& plan) {
-  std::vector<BootRecord> boots;
-  Result<BootRecord> boot = BootWithCommands(plan, {kBindImage, kBindModule});
+// A packed record, and what it says about a further boot, which is not to cost its unpacking.
+struct PackedBoot {
+  std::string record;
+  bool names_module_directories = false;
+};
+
+constexpr auto FieldsOf(const PackedBoot*) {
+  return std::make_tuple(
+      std::pair("record", &PackedBoot::record),
+      std::pair("names_module_directories", &PackedBoot::names_module_directories));
+}
+
+Result<PackedBoot> BootWithCommands(BootPlan plan, const std::vector<const char*>& commands) {
+  plan.lines = true;
+  for (const char* command : commands) {
+    plan.steps.push_back({FindLoader("service", true), command});
+  }
+  Result<std::string> boot = RunBootFor(plan, [](const BootRecord& record) {
+    return Pack(PackedBoot{Pack(record), NamesModuleDirectories(record)});
+  });
   if (!boot.ok()) return boot.error();
-  boots.push_back(std::move(*boot));
-  if (!NamesModuleDirectories(boots[0])) return boots;
-  Result<BootRecord> other = BootWithCommands(plan, {kMakeDirectories});
+  return Unpack<PackedBoot>(*boot);
+}
+
+// Returns the packed records of the plan's boot, at whose end the info files that are left are
+// served, and of another where that cannot be done in one.
+Result<std::vector<std::string>> Boots(const BootPlan& plan) {
+  Result<PackedBoot> boot = BootWithCommands(plan, {kBindImage, kBindModule});
+  if (!boot.ok()) return boot.error();
+  std::vector<std::string> boots = {std::move(boot->record)};
+  if (!boot->names_module_directories) return boots;
+  Result<PackedBoot> other = BootWithCommands(plan, {kMakeDirectories});
   if (!other.ok()) return other.error();
-  boots.push_back(std::move(*other));
+  boots.push_back(std::move(other->record));
   return boots;
 }
 
@@ -98,6 +114,26 @@ void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles*
     all.insert(all.end(), readings.begin(), readings.end());
   }
   unread->Check(boots[0], all);
+}
+
+Result<void> CheckMeanwhile(const BootPlan& plan, const LibraryFunctions& library, bool overrides,
+                            const Meanwhile::Input& input, const Meanwhile::Output& output) {
+  Result<std::string> done = RunInTree(plan.device, [&]() -> Result<std::string> {
+    if (plan.prepare) plan.prepare();
+    CheckContext context(plan, library);
+    UnreadFiles unread(&context);
+    Result<std::string> packed = input();
+    if (!packed.ok()) return packed.error();
+    std::vector<BootRecord> boots;
+    for (const std::string& boot : Unpack<std::vector<std::string>>(*packed)) {
+      boots.push_back(Unpack<BootRecord>(boot));
+    }
+    CheckAll(boots, overrides, &unread, &context);
+    output(Pack(std::vector<Finding>(context.findings.begin(), context.findings.end())));
+    return "";
+  });
+  if (!done.ok()) return done.error();
+  return {};
 }
 
 }  // namespace
@@ -150,20 +186,13 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
     return Error() << "this library lacks the functions that a check calls";
   }
   // The files that no boot has to tell of are read while it goes on.
-  Result<Meanwhile> check = Meanwhile::Start([&](const Meanwhile::Input& input) {
-    return RunInTree(plan.device, [&]() -> Result<std::string> {
-      if (plan.prepare) plan.prepare();
-      CheckContext context(plan, library);
-      UnreadFiles unread(&context);
-      Result<std::string> boots = input();
-      if (!boots.ok()) return boots.error();
-      CheckAll(Unpack<std::vector<BootRecord>>(*boots), overrides, &unread, &context);
-      return Pack(std::vector<Finding>(context.findings.begin(), context.findings.end()));
-    });
-  });
+  Result<Meanwhile> check =
+      Meanwhile::Start([&](const Meanwhile::Input& input, const Meanwhile::Output& output) {
+        return CheckMeanwhile(plan, library, overrides, input, output);
+      });
   if (!check.ok()) return check.error();
   const std::vector<Finding> links = CheckLinks(plan.device);
-  Result<std::vector<BootRecord>> boots = Boots(plan);
+  Result<std::vector<std::string>> boots = Boots(plan);
   if (!boots.ok()) return boots.error();
   Result<std::string> found = check->Finish(Pack(*boots));
   if (!found.ok()) return found.error();

@@ -23,12 +23,27 @@ using android::base::unique_fd;
 constexpr char kDone = '+';
 constexpr char kFailed = '-';
 
-std::string Outcome(const Meanwhile::Work& work, const Meanwhile::Input& input) {
+void Send(int output, const Result<std::string>& outcome) {
+  const std::string text = outcome.ok() ? kDone + *outcome : kFailed + outcome.error().message();
+  const size_t size = text.size();
+  android::base::WriteFully(output, &size, sizeof(size));
+  android::base::WriteFully(output, text.data(), size);
+}
+
+// Empty where nothing was sent.
+std::string Receive(int input) {
+  size_t size = 0;
+  if (!android::base::ReadFully(input, &size, sizeof(size))) return "";
+  std::string text(size, '\0');
+  return android::base::ReadFully(input, text.data(), size) ? text : "";
+}
+
+Result<void> Do(const Meanwhile::Work& work, const Meanwhile::Input& input,
+                const Meanwhile::Output& output) {
   try {
-    Result<std::string> result = work(input);
-    return result.ok() ? kDone + *result : kFailed + result.error().message();
+    return work(input, output);
   } catch (const std::exception& error) {
-    return std::string(1, kFailed) + error.what();
+    return Error() << error.what();
   }
 }
 
@@ -50,13 +65,16 @@ Result<Meanwhile> Meanwhile::Start(const Work& work) {
   if (getppid() != parent) _exit(1);
   started.input_.reset();
   started.output_.reset();
-  const std::string outcome = Outcome(work, [&]() -> Result<std::string> {
-    std::string input;
-    if (!android::base::ReadFdToString(read_input, &input)) return ErrnoError() << "no input";
-    if (input.empty()) return Error() << "no input";
-    return input;
-  });
-  _exit(android::base::WriteStringToFd(outcome, write_output) ? 0 : 1);
+  const auto input = [&]() -> Result<std::string> {
+    std::string text;
+    if (!android::base::ReadFdToString(read_input, &text)) return ErrnoError() << "no input";
+    if (text.empty()) return Error() << "no input";
+    return text;
+  };
+  const auto output = [&](const Result<std::string>& outcome) { Send(write_output, outcome); };
+  Result<void> done = Do(work, input, output);
+  if (!done.ok()) output(done.error());
+  _exit(0);
 }
 
 Meanwhile::Meanwhile(Meanwhile&& other) noexcept
@@ -78,10 +96,9 @@ Result<std::string> Meanwhile::Finish(const std::string& input) {
   android::base::WriteStringToFd(input, input_);
   sigaction(SIGPIPE, &before, nullptr);
   input_.reset();
-  std::string outcome;
-  const bool read = android::base::ReadFdToString(output_, &outcome);
-  waitpid(std::exchange(process_, -1), nullptr, 0);
-  if (!read || outcome.empty()) return Error() << "the child process left no outcome";
+  std::string outcome = Receive(output_);
+  if (outcome.empty()) return Error() << "the child process left no outcome";
+  process_ = -1;
   const char mark = outcome[0];
   outcome.erase(0, 1);
   if (mark == kFailed) return Error() << outcome;

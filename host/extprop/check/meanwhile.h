@@ -16,7 +16,10 @@ class Meanwhile {
  public:
   // Receives the input of Finish. Fails where there will be none.
   using Input = std::function<android::base::Result<std::string>()>;
-  using Work = std::function<android::base::Result<std::string>(const Input& input)>;
+  // Is given what Finish returns. Only the first call counts.
+  using Output = std::function<void(const android::base::Result<std::string>& outcome)>;
+  // Gives its outcome, from a process that it forks if it likes, or else returns why there is none.
+  using Work = std::function<android::base::Result<void>(const Input& input, const Output& output)>;
 
   // Starts the work. Fails where there can be no further process.
   static android::base::Result<Meanwhile> Start(const Work& work);
@@ -25,7 +28,8 @@ class Meanwhile {
   // Ends the work if it goes on.
   ~Meanwhile();
 
-  // Gives the work its input and returns what it returned. To be called once.
+  // Gives the work its input and returns its outcome, without waiting for what it leaves to be
+  // taken down, such as a private root. To be called once.
   android::base::Result<std::string> Finish(const std::string& input);
 
  private:
