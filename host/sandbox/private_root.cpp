@@ -88,6 +88,9 @@ bool DieWithParent(pid_t parent) {
 }  // namespace
 
 Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
+  if (options.mount_namespace >= 0 && setns(options.mount_namespace, CLONE_NEWNS) != 0) {
+    return Refused("enter a mount namespace");
+  }
   Result<bool> user_namespace = LeaveNamespaces();
   if (!user_namespace.ok()) return user_namespace.error();
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {

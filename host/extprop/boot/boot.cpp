@@ -1,10 +1,14 @@
 #include "host/extprop/boot/boot.h"
 
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
 #include <malloc.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
@@ -17,6 +21,7 @@
 #include "host/extprop/boot/pack.h"
 #include "host/extprop/boot/recorder.h"
 #include "host/platform/system_properties.h"
+#include "host/sandbox/private_root.h"
 
 namespace extprop {
 
@@ -24,6 +29,7 @@ namespace {
 
 using android::base::Error;
 using android::base::Result;
+using android::base::unique_fd;
 using namespace std::chrono_literals;
 
 // For the allocator of a boot's process, in bytes.
@@ -105,37 +111,88 @@ class Watchdog {
   std::thread thread_;
 };
 
+// The boot of this process, as far as it has got.
+struct Begun {
+  Recorder* recorder = nullptr;
+  Factory factory = nullptr;
+  android::init::IInitExtensionProperty* service = nullptr;
+  size_t steps = 0;  // that were played
+};
+Begun begun;
+
+void Begin(const BootPlan& plan, Factory factory) {
+  umask(0);  // init has none
+  // The process is short: what it frees the kernel would only have to clear again.
+  mallopt(M_TRIM_THRESHOLD, kEnough);
+  mallopt(M_MMAP_THRESHOLD, kEnough);
+  mallopt(M_TOP_PAD, kHeapStep);
+  begun = {Recorder::Start(plan.properties, FindLibraryFunctions(factory)), factory,
+           factory(kLibraryName), 0};
+  if (plan.lines) begun.recorder->WatchLines();
+}
+
+bool FillsMap(const PlannedStep& step) {
+  return step.loader != nullptr && step.loader->fills_map;
+}
+
+// Plays the steps that are left of the first `count`; with the last, the boot is over.
+void Play(const BootPlan& plan, size_t count) {
+  Recorder* recorder = begun.recorder;
+  while (begun.steps < count) {
+    const PlannedStep& planned = plan.steps[begun.steps];
+    // init loads them after the partitions, before anything else.
+    if (begun.steps > 0 && !FillsMap(planned)) recorder->LoadStored();
+    recorder->BeginStep(Describe(planned));
+    if (!FillsMap(planned)) recorder->LoadStored();
+    Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
+                                                  : Call(planned, begun.service, recorder);
+    ++begun.steps;
+    if (done.ok()) continue;
+    recorder->FailStep(done.error().message());
+    begun.steps = plan.steps.size();
+  }
+  if (begun.steps > 0 && begun.steps == plan.steps.size()) recorder->LoadStored();
+}
+
 }  // namespace
 
 BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up) {
-  umask(0);  // init has none
-  Recorder* recorder = Recorder::Start(plan.properties, FindLibraryFunctions(factory));
-  const Watchdog watchdog(plan.timeout, recorder, give_up);
-  android::init::IInitExtensionProperty* service = factory(kLibraryName);
-  if (plan.lines) recorder->WatchLines();
-  bool any_step = false;
-  for (const PlannedStep& planned : plan.steps) {
-    // init loads them after the partitions, before anything else.
-    const bool stored_is_next = planned.loader == nullptr || !planned.loader->fills_map;
-    if (any_step && stored_is_next) recorder->LoadStored();
-    recorder->BeginStep(Describe(planned));
-    if (stored_is_next) recorder->LoadStored();
-    any_step = true;
-    Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
-                                                  : Call(planned, service, recorder);
-    if (!done.ok()) {
-      recorder->FailStep(done.error().message());
-      break;
-    }
+  if (begun.recorder == nullptr) {
+    Begin(plan, factory);
+  } else {
+    begun.recorder->GoOn(plan.properties);
   }
-  if (any_step) recorder->LoadStored();
-  return recorder->Finish();
+  const Watchdog watchdog(plan.timeout, begun.recorder, give_up);
+  Play(plan, plan.steps.size());
+  return begun.recorder->Finish();
+}
+
+bool PlayFirstSteps(BootPlan* plan) {
+  const auto first_other = std::find_if(plan->steps.begin(), plan->steps.end(),
+                                        [](const PlannedStep& step) { return !FillsMap(step); });
+  Result<Factory> factory = LoadLibrary(plan->library);
+  if (first_other == plan->steps.begin() || !factory.ok() || geteuid() != 0) return false;
+  // To where the tree is, for the roots of the boots to come.
+  unique_fd home(open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
+  if (home < 0 || unshare(CLONE_NEWNS) != 0 || setns(home, CLONE_NEWNS) != 0) return false;
+  Result<void> entered = sandbox::EnterPrivateRoot(plan->device.root);
+  const auto end = [](const std::string& error) {
+    fprintf(stderr, "extprop: %s\n", error.c_str());
+    _exit(EXIT_FAILURE);
+  };
+  if (!entered.ok()) end(entered.error().message());
+  Begin(*plan, *factory);
+  const Watchdog watchdog(plan->timeout, begun.recorder, end);
+  Play(*plan, static_cast<size_t>(first_other - plan->steps.begin()));
+  plan->device.root.mount_namespace = home.release();
+  return true;
 }
 
 Result<std::string> RunBootFor(const BootPlan& plan,
                                const std::function<std::string(const BootRecord&)>& digest) {
   // Before the private root hides it.
-  Result<Factory> factory = LoadLibrary(plan.library);
+  Result<Factory> factory =
+      begun.recorder == nullptr ? LoadLibrary(plan.library) : Result<Factory>(begun.factory);
   if (!factory.ok()) return factory.error();
   if (plan.lines && FindLibraryFunctions(*factory).KSSI_OBSERVE_PropertyFiles == nullptr) {
     return Error() << "this library does not tell the lines that it reads";
@@ -143,10 +200,6 @@ Result<std::string> RunBootFor(const BootPlan& plan,
   const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   return RunInTree(plan.device, [&]() -> Result<std::string> {
     if (plan.prepare) plan.prepare();
-    // The process is short: what it frees the kernel would only have to clear again.
-    mallopt(M_TRIM_THRESHOLD, kEnough);
-    mallopt(M_MMAP_THRESHOLD, kEnough);
-    mallopt(M_TOP_PAD, kHeapStep);
     // Never freed, as the process is about to end.
     const auto* played = new BootRecord(PlayHost(plan, *factory, EndChild));
     Result<void> kept;

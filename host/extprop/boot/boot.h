@@ -46,6 +46,13 @@ android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
 android::base::Result<std::string> RunBootFor(
     const BootPlan& plan, const std::function<std::string(const BootRecord& record)>& digest);
 
+// Plays those of the plan's first steps that fill maps, in this process, and goes on from there in
+// every boot that this process makes of `*plan` afterwards. The properties and `prepare` may still
+// change, as long as no such step depends on them. Returns false, and has done nothing, where the
+// kernel does not allow it or there is no such step; a process that could not go on is ended. For a
+// process of its own that makes many boots.
+bool PlayFirstSteps(BootPlan* plan);
+
 // Is told why a boot is given up, on a thread of its own; has to end the process.
 using GiveUp = void (*)(const std::string& error);
 

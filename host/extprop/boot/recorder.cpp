@@ -71,10 +71,11 @@ bool Same(const FileState& one, const FileState& other) {
          one.gid == other.gid;
 }
 
-// Without a system call for every event.
+// Without a system call for every event. 0: not asked for yet.
+thread_local pid_t this_thread = 0;
 pid_t ThisThread() {
-  static thread_local const pid_t thread = gettid();
-  return thread;
+  if (this_thread == 0) this_thread = gettid();
+  return this_thread;
 }
 
 }  // namespace
@@ -85,19 +86,7 @@ Recorder::Recorder(const LibraryFunctions& library)
 Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& library) {
   auto* recorder = the_recorder = new Recorder(library);
   device::ClearProperties();
-  for (const auto& [name, value] : initial) {
-    const std::string refused = recorder->Refusal(name, value);
-    if (!refused.empty()) {
-      recorder->record_.refused.push_back({name, value, "", refused});
-      continue;
-    }
-    recorder->record_.initial.emplace(name, value);
-    if (android::base::StartsWith(name, kStoredPrefix)) {
-      recorder->stored_.emplace(name, value);
-    } else {
-      device::ApplyProperty(name, value);
-    }
-  }
+  recorder->TakeInitial(initial, {});
   android::base::SetMinimumLogSeverity(android::base::VERBOSE);
   android::base::SetLogger([](android::base::LogId, android::base::LogSeverity severity,
                               const char* /*tag*/, const char* file, unsigned line,
@@ -108,6 +97,37 @@ Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& lib
   });
   watch::SetObserver(recorder);
   return recorder;
+}
+
+// Sets what is not set to the same already.
+void Recorder::TakeInitial(const Properties& initial, const Properties& known) {
+  for (const auto& [name, value] : initial) {
+    const std::string refused = Refusal(name, value);
+    if (!refused.empty()) {
+      record_.refused.push_back({name, value, "", refused});
+      continue;
+    }
+    record_.initial.emplace(name, value);
+    if (android::base::StartsWith(name, kStoredPrefix)) {
+      stored_.emplace(name, value);
+    } else if (const auto before = known.find(name);
+               before == known.end() || before->second != value) {
+      device::ApplyProperty(name, value);
+    }
+  }
+}
+
+void Recorder::GoOn(const Properties& initial) {
+  this_thread = 0;
+  host_thread_ = ThisThread();
+  stored_.clear();
+  record_.refused.clear();
+  const Properties known = std::exchange(record_.initial, {});
+  for (const auto& [name, value] : known) {
+    const bool stored = android::base::StartsWith(name, kStoredPrefix);
+    if (!stored && initial.count(name) == 0) device::ApplyProperty(name, "");
+  }
+  TakeInitial(initial, known);
 }
 
 void Recorder::WatchLines() {

@@ -31,6 +31,10 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   // observe and log. The calling thread is the host's. `library` tells what init refuses.
   static Recorder* Start(const Properties& initial, const LibraryFunctions& library);
 
+  // For a process that was forked since, with one thread: `initial` is what the device boots with
+  // instead. Nothing that was recorded may depend on what differs.
+  void GoOn(const Properties& initial);
+
   // From now on the lines of property files are recorded. The library must be able to tell them.
   void WatchLines();
 
@@ -71,6 +75,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   };
 
   explicit Recorder(const LibraryFunctions& library);
+  void TakeInitial(const Properties& initial, const Properties& known);
   void Add(decltype(Event::what) what);
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
@@ -83,7 +88,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   std::string PathOf(const watch::PlatformCall& call);
   FileState StateOf(const std::string& path) const;
 
-  const pid_t host_thread_;
+  pid_t host_thread_;
   const LibraryFunctions library_;
   std::mutex lock_;
   bool finished_ = false;

@@ -45,47 +45,63 @@ std::string ErrorOf(const BootRecord& record) {
   return "";
 }
 
-// Boots `plan` with the choices and returns what `tell` makes of the record, in the child.
+// Boots `plan` with the choices and returns the outcome that `tell` makes of a whole record, in the
+// child.
 template <typename Tell>
 CarrierOutcome Boot(BootPlan plan, const Choices& choices, const Tell& tell) {
   plan.lines = true;
+  CarrierOutcome outcome;
   Result<void> in_force = PutInForce(choices, &plan);
-  if (!in_force.ok()) return {in_force.error().message(), {}};
-  Result<std::string> outcome = RunBootFor(plan, [&](const BootRecord& record) {
-    const std::string error = ErrorOf(record);
-    return Pack(error.empty() ? CarrierOutcome{"", tell(plan, record)} : CarrierOutcome{error, {}});
+  if (!in_force.ok()) {
+    outcome.error = in_force.error().message();
+    return outcome;
+  }
+  Result<std::string> bytes = RunBootFor(plan, [&](const BootRecord& record) {
+    CarrierOutcome told;
+    told.error = ErrorOf(record);
+    if (told.error.empty()) tell(plan, record, &told);
+    return Pack(told);
   });
-  if (!outcome.ok()) return {outcome.error().message(), {}};
-  return Unpack<CarrierOutcome>(*outcome);
+  if (bytes.ok()) return Unpack<CarrierOutcome>(*bytes);
+  outcome.error = bytes.error().message();
+  return outcome;
 }
 
 }  // namespace
 
 CarrierOutcome BootWhole(const BootPlan& plan, const Choices& choices) {
   return Boot(plan, choices,
-              [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); });
+              [](const BootPlan& booted, const BootRecord& record, CarrierOutcome* outcome) {
+                outcome->endings = EndingsOf(record);
+                outcome->fixed_start = FirstStepsAreFixed(booted, record);
+              });
 }
 
 Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
                                    const std::set<std::string>& names) {
   CarrierOutcome booted = BootWhole(plan, base);
   if (!booted.error.empty()) return android::base::Error() << booted.error;
-  return CarrierBoots{plan, std::move(booted.endings), base, names};
+  return CarrierBoots{plan, std::move(booted.endings), base, booted.fixed_start, names};
 }
 
 CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices) {
   return Boot(boots.plan, Override(boots.base, choices),
-              [&](const BootPlan& plan, const BootRecord& record) {
-                return EndingsOf(record, NamesToTell(boots, plan, record));
+              [&](const BootPlan& booted, const BootRecord& record, CarrierOutcome* outcome) {
+                outcome->endings = EndingsOf(record, NamesToTell(boots, booted, record));
               });
 }
 
 Result<void> BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
                       const std::function<void(size_t, CarrierOutcome)>& take) {
+  CarrierBoots own = boots;  // of each worker
+  own.plan.lines = true;
   return RunJobs(
-      choices.size(), jobs, [&](size_t index) { return Pack(BootWith(boots, choices[index])); },
+      choices.size(), jobs, [&](size_t index) { return Pack(BootWith(own, choices[index])); },
       [&](size_t index, const std::string& outcome) {
         take(index, Unpack<CarrierOutcome>(outcome));
+      },
+      [&] {
+        if (own.fixed_start) PlayFirstSteps(&own.plan);
       });
 }
 

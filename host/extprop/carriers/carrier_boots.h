@@ -25,6 +25,7 @@ struct CarrierBoots {
   BootPlan plan;       // without any carrier choice
   Endings by_default;  // of its boot with those of `base`
   std::vector<CarrierChoice> base;
+  bool fixed_start = false;     // its first steps do the same whatever is chosen
   std::set<std::string> names;  // what is told even where it is as by default
 };
 
@@ -34,11 +35,13 @@ struct CarrierOutcome {
   // Of the properties that have another value than by default, without those that were only set to
   // choose the carrier, and of those in `names` that anything sets.
   Endings endings;
+  bool fixed_start = false;  // of a boot that tells everything: as in CarrierBoots
 };
 
 constexpr auto FieldsOf(const CarrierOutcome*) {
   return std::make_tuple(std::pair("error", &CarrierOutcome::error),
-                         std::pair("endings", &CarrierOutcome::endings));
+                         std::pair("endings", &CarrierOutcome::endings),
+                         std::pair("fixed_start", &CarrierOutcome::fixed_start));
 }
 
 // Boots the plan with the choices and tells everything.

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <stdexcept>
+#include <variant>
 
 namespace extprop {
 
@@ -24,6 +25,7 @@ constexpr char kFirst[] = "sys.sim.switch.first";
 constexpr char kCurrent[] = "sys.sim.switch.current";
 constexpr char kConvert[] = "sys.sim.switch.convert";
 constexpr char kChannel[] = "persist.sys.channel.info";
+constexpr char kBootCarrier[] = "ro.boot.vmcarrier";
 constexpr char kOptA[] = "persist.sys.vemra.operator.opta";
 constexpr char kOptB[] = "persist.sys.vemra.operator.optb";
 
@@ -131,7 +133,7 @@ void SetProperties(const Keys& keys, BootPlan* plan) {
       plan->properties[kOptA] = key.substr(0, dash);
       plan->properties[kOptB] = key.substr(dash + 1);
     }
-    if (kind == "vmcarrier") plan->properties["ro.boot.vmcarrier"] = key;
+    if (kind == "vmcarrier") plan->properties[kBootCarrier] = key;
     if (kind == "ssv" || kind == "vmcarrier") {
       plan->properties.erase(kConvert);
       if (keys.count("first") == 0) plan->properties.erase(kFirst);
@@ -139,7 +141,62 @@ void SetProperties(const Keys& keys, BootPlan* plan) {
   }
 }
 
+// The beginnings of the names and paths that choices change.
+constexpr const char* kChangedNames[] = {kBootCarrier, "sys.sim.switch.", kChannel, kOptA, kOptB};
+constexpr const char* kChangedPaths[] = {"/mnt/vendor/vemrareserve/", "/data/"};
+
+bool MayChange(const std::string& name) {
+  return std::any_of(std::begin(kChangedNames), std::end(kChangedNames),
+                     [&](const char* changed) { return android::base::StartsWith(name, changed); });
+}
+
+bool MayChangeAt(const std::string& path) {
+  return std::any_of(std::begin(kChangedPaths), std::end(kChangedPaths),
+                     [&](const char* changed) { return android::base::StartsWith(path, changed); });
+}
+
+// Whether nothing that choices change has a part in it.
+bool IsFixed(const HandOver& map) {
+  if (map.mode == kStoredProperties) return true;  // it belongs to what comes next
+  return std::none_of(map.entries.begin(), map.entries.end(),
+                      [](const Entry& entry) { return MayChange(entry.name); });
+}
+bool IsFixed(const FileEvent& file) {
+  const bool reads =
+      file.op == FileOp::kRead || file.op == FileOp::kAccess || file.op == FileOp::kList;
+  return reads && !MayChangeAt(file.path);
+}
+// An expansion.
+bool IsFixed(const PropertyLine& line) {
+  return line.text.find("${") == std::string::npos ||
+         std::none_of(std::begin(kChangedNames), std::end(kChangedNames), [&](const char* changed) {
+           return line.text.find(changed) != std::string::npos;
+         });
+}
+bool IsFixed(const LogLine& /*line*/) {
+  return true;
+}
+bool IsFixed(const MountEvent& /*mount*/) {
+  return false;
+}
+bool IsFixed(const PropertySet& /*set*/) {
+  return false;
+}
+
 }  // namespace
+
+bool FirstStepsAreFixed(const BootPlan& plan, const BootRecord& record) {
+  for (size_t i = 0; i < record.steps.size(); ++i) {
+    if (plan.steps[i].loader == nullptr || !plan.steps[i].loader->fills_map) break;
+    for (const Event& event : record.steps[i].events) {
+      if (!std::visit([](const auto& what) { return IsFixed(what); }, event.what)) return false;
+    }
+    for (const PropertyFile& file : record.property_files) {
+      if (file.step == i && MayChangeAt(file.device_path)) return false;
+    }
+  }
+  return true;
+}
 
 Result<CarrierChoice> ParseCarrierChoice(const std::string& text) {
   const size_t equals = text.find('=');

@@ -29,6 +29,10 @@ constexpr const char* kCarrierKinds[] = {"first", "current",  "channel",  "nv",
 // Parses KIND=KEY.
 android::base::Result<CarrierChoice> ParseCarrierChoice(const std::string& text);
 
+// Returns whether what a boot with any choices does until its first step that fills no map is what
+// `record` tells, that of a boot of `plan`: whether nothing in it depends on what choices change.
+bool FirstStepsAreFixed(const BootPlan& plan, const BootRecord& record);
+
 // Returns `choices` and those of `base` that can be in force beside them.
 std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
                                     const std::vector<CarrierChoice>& choices);

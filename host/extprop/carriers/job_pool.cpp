@@ -62,8 +62,9 @@ class Counter {
 
 // noexcept, so that an exception ends the worker instead of unwinding into the caller's copy.
 [[noreturn]] void RunWorker(pid_t parent, size_t count, Counter* counter, const Work& work,
-                            const unique_fd& to) noexcept {
+                            const std::function<void()>& start, const unique_fd& to) noexcept {
   if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) _exit(EXIT_FAILURE);
+  if (start) start();
   for (size_t number = counter->Next(); number < count; number = counter->Next()) {
     const std::string outcome = work(number);
     const Header header = {number, outcome.size()};
@@ -87,7 +88,8 @@ class Pool {
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
 
-  Result<void> Start(size_t jobs, Counter* counter, const Work& work) {
+  Result<void> Start(size_t jobs, Counter* counter, const Work& work,
+                     const std::function<void()>& start) {
     fflush(nullptr);
     while (workers_.size() < jobs) {
       Worker worker;
@@ -96,7 +98,7 @@ class Pool {
       const pid_t parent = getpid();
       worker.process = fork();
       if (worker.process < 0) return ErrnoError() << "cannot start a process";
-      if (worker.process == 0) RunWorker(parent, count_, counter, work, to);
+      if (worker.process == 0) RunWorker(parent, count_, counter, work, start, to);
       workers_.push_back(std::move(worker));
     }
     return {};
@@ -150,12 +152,13 @@ class Pool {
 
 }  // namespace
 
-Result<void> RunJobs(size_t count, unsigned jobs, const Work& work, const Take& take) {
+Result<void> RunJobs(size_t count, unsigned jobs, const Work& work, const Take& take,
+                     const std::function<void()>& start) {
   if (jobs == 0) jobs = std::max(1U, std::thread::hardware_concurrency());
   Counter counter;
   if (!counter.ok()) return ErrnoError() << "cannot share memory";
   Pool pool(count, take);
-  Result<void> started = pool.Start(std::min<size_t>(jobs, count), &counter, work);
+  Result<void> started = pool.Start(std::min<size_t>(jobs, count), &counter, work, start);
   return started.ok() ? pool.Collect() : started;
 }
 
