@@ -27,12 +27,12 @@ struct PrivateRootOptions {
   // changed whoever owns it. Elsewhere, an ordinary user cannot change what belongs to somebody
   // else. What they hold is copied then, so they had better be small.
   std::vector<std::string> writable = {};
-  // A descriptor of the mount namespace that the root is made from, for a process that is in a
-  // private root of its own already; -1 for the one that the process is in. Only for root.
-  int mount_namespace = -1;
   // Copy what is shown instead of laying a writable overlay over it. Done by itself where the
   // kernel refuses the overlay. What the caller may not read is left out then.
   bool copy = false;
+  // A descriptor of the mount namespace that the root is made from, for a process that is in a
+  // private root of its own already; -1 for the one that the process is in. Only for root.
+  int mount_namespace = -1;
 };
 
 // Puts the calling process into a private root. To be called early: as an ordinary user, the
