@@ -92,8 +92,7 @@ const std::vector<std::string> kStateFiles = {
     "/mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file",
     "/mnt/vendor/vemrareserve/system/flag/flashback.cfg"};
 
-// Reads and compares only: the library has a thread of its own to serve. Most files do not have the
-// name at all, and reading is cheaper than parsing.
+// Most files do not have the name at all, and reading and comparing is cheaper than parsing.
 class PropertySearch::Walk {
  public:
   Walk(const DevicePaths& paths, const std::string& name)
@@ -192,7 +191,7 @@ Result<PropertySearch> PropertySearch::Begin(const BootPlan& plan, const std::st
   PropertySearch search(library, name);
   const DevicePaths paths(LayersOf(plan));
   const std::vector<std::string> images = search.ImageRoots(paths, plan.properties);
-  search.search_ = std::async(std::launch::async, [=] {
+  search.search_ = [=] {
     Walk walk(paths, name);
     for (const std::string& root : *library.ExtensionPartitionRoots) walk.LookBelow(root, false);
     for (const char* root : {"/my_company", "/my_carrier"}) walk.LookBelow(root, false);
@@ -202,12 +201,12 @@ Result<PropertySearch> PropertySearch::Begin(const BootPlan& plan, const std::st
       for (const std::string& file : *files) walk.LookInto(file);
     }
     return walk.Take();
-  });
+  };
   return search;
 }
 
 FoundLines PropertySearch::Finish(const std::set<std::string>& known) {
-  const Files files = search_.get();
+  const Files files = search_();
   FoundLines found;
   found.whole = files.whole;
   for (const DeviceFile& file : files.files) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <future>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,12 +39,12 @@ struct FoundLines {
 // for a name that is no glob, in the info and state files. Mapping files have no properties.
 class PropertySearch {
  public:
-  // Begins to look for the files that hold the name, on a thread of its own. The library of `plan`
-  // must have its parser, and nothing else in this process may read property files.
+  // Finds out where to look. The library of `plan` must have its parser, and nothing else in this
+  // process may read property files.
   static android::base::Result<PropertySearch> Begin(const BootPlan& plan, const std::string& name);
 
-  // Waits for it, and lets the library parse what was found, except the files whose paths are in
-  // `known`, each by itself, without its imports. To be called once.
+  // Looks for the files that hold the name, and lets the library parse them, except those whose
+  // paths are in `known`, each by itself, without its imports.
   FoundLines Finish(const std::set<std::string>& known);
 
  private:
@@ -61,7 +61,7 @@ class PropertySearch {
 
   LibraryFunctions library_;
   std::string name_;
-  std::future<Files> search_;
+  std::function<Files()> search_;
 };
 
 // The state files that the library reads for their properties, and the one-shot info files.
