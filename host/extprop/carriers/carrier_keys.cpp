@@ -38,8 +38,7 @@ using Mapping = std::map<std::string, Mapped>;  // by the raw key
 Mapping ReadMapping(const LibraryFunctions& library, const std::string& file) {
   Mapping mapping;
   for (const std::string& root : *library.ExtensionPartitionRoots) {
-    std::string path = root;
-    path.append("/etc/").append(file);
+    const std::string path = std::string(root).append("/etc/").append(file);
     android::init::PropertyMap lines;
     library.load_properties_from_file_without_se(path.c_str(), nullptr, &lines);
     for (const auto& [key, target] : lines) {

@@ -45,15 +45,15 @@ class Counter {
   Counter()
       : page_(mmap(nullptr, sizeof(std::atomic<size_t>), PROT_READ | PROT_WRITE,
                    MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
-    if (IsMapped()) new (page_) std::atomic<size_t>(0);
+    if (HasPage()) new (page_) std::atomic<size_t>(0);
   }
   ~Counter() {
-    if (IsMapped()) munmap(page_, sizeof(std::atomic<size_t>));
+    if (HasPage()) munmap(page_, sizeof(std::atomic<size_t>));
   }
   Counter(const Counter&) = delete;
   Counter& operator=(const Counter&) = delete;
 
-  bool IsMapped() const { return page_ != MAP_FAILED; }
+  bool HasPage() const { return page_ != MAP_FAILED; }
   size_t Next() { return static_cast<std::atomic<size_t>*>(page_)->fetch_add(1); }
 
  private:
@@ -156,7 +156,7 @@ Result<void> RunJobs(size_t count, unsigned jobs, const Work& work, const Take& 
                      const std::function<void()>& start) {
   if (jobs == 0) jobs = std::max(1U, std::thread::hardware_concurrency());
   Counter counter;
-  if (!counter.IsMapped()) return ErrnoError() << "cannot share memory";
+  if (!counter.HasPage()) return ErrnoError() << "cannot share memory";
   Pool pool(count, take);
   Result<void> started = pool.Start(std::min<size_t>(jobs, count), &counter, work, start);
   return started.ok() ? pool.Collect() : started;
