@@ -69,34 +69,38 @@ CarrierOutcome Boot(BootPlan plan, const Choices& choices, const Tell& tell) {
 
 }  // namespace
 
-CarrierOutcome BootWhole(const BootPlan& plan, const Choices& choices) {
-  return Boot(plan, choices,
-              [](const BootPlan& booted, const BootRecord& record, CarrierOutcome* outcome) {
-                outcome->endings = EndingsOf(record);
-                outcome->fixed_start = FirstStepsAreFixed(booted, record);
-              });
-}
-
 Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
                                    const std::set<std::string>& names) {
-  CarrierOutcome booted = BootWhole(plan, base);
+  CarrierOutcome booted =
+      Boot(plan, base, [](const BootPlan& booting, const BootRecord& record, CarrierOutcome* told) {
+        told->endings = EndingsOf(record);
+        told->fixed_start = FirstStepsAreFixed(booting, record);
+      });
   if (!booted.error.empty()) return android::base::Error() << booted.error;
   return CarrierBoots{plan, std::move(booted.endings), base, booted.fixed_start, names};
 }
 
-CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices) {
+CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices,
+                        const std::set<std::string>& more) {
   return Boot(boots.plan, Override(boots.base, choices),
-              [&](const BootPlan& booted, const BootRecord& record, CarrierOutcome* outcome) {
-                outcome->endings = EndingsOf(record, NamesToTell(boots, booted, record));
+              [&](const BootPlan& booting, const BootRecord& record, CarrierOutcome* told) {
+                std::set<std::string> names = NamesToTell(boots, booting, record);
+                names.insert(more.begin(), more.end());
+                told->endings = EndingsOf(record, names);
               });
 }
 
 Result<void> BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
-                      const std::function<void(size_t, CarrierOutcome)>& take) {
+                      const std::function<void(size_t, CarrierOutcome)>& take,
+                      const std::vector<std::set<std::string>>& more) {
   CarrierBoots own = boots;  // of each worker
   own.plan.lines = true;
   return RunJobs(
-      choices.size(), jobs, [&](size_t index) { return Pack(BootWith(own, choices[index])); },
+      choices.size(), jobs,
+      [&](size_t index) {
+        return Pack(more.empty() ? BootWith(own, choices[index])
+                                 : BootWith(own, choices[index], more[index]));
+      },
       [&](size_t index, const std::string& outcome) {
         take(index, Unpack<CarrierOutcome>(outcome));
       },

@@ -35,7 +35,7 @@ struct CarrierOutcome {
   // Of the properties that have another value than by default, without those that were only set to
   // choose the carrier, and of those in `names` that anything sets.
   Endings endings;
-  bool fixed_start = false;  // of a boot that tells everything: as in CarrierBoots
+  bool fixed_start = false;  // of the default boot: as in CarrierBoots
 };
 
 constexpr auto FieldsOf(const CarrierOutcome*) {
@@ -44,21 +44,22 @@ constexpr auto FieldsOf(const CarrierOutcome*) {
                          std::pair("fixed_start", &CarrierOutcome::fixed_start));
 }
 
-// Boots the plan with the choices and tells everything.
-CarrierOutcome BootWhole(const BootPlan& plan, const std::vector<CarrierChoice>& choices);
-
 // Boots the plan with the base choices alone. Fails where the boot cannot be made or completed.
 android::base::Result<CarrierBoots> BootByDefault(const BootPlan& plan,
                                                   const std::vector<CarrierChoice>& base,
                                                   const std::set<std::string>& names = {});
 
-// Boots once more with `choices` in place of what contradicts them in the base.
-CarrierOutcome BootWith(const CarrierBoots& boots, const std::vector<CarrierChoice>& choices);
+// Boots once more with `choices` in place of what contradicts them in the base. What is in `more`
+// is told as what is in the names of `boots`.
+CarrierOutcome BootWith(const CarrierBoots& boots, const std::vector<CarrierChoice>& choices,
+                        const std::set<std::string>& more = {});
 
 // Boots with each element of `choices`, `jobs` at once (0: as many as there are cores), and calls
-// `take` for each in their order. Fails where RunJobs does.
+// `take` for each in their order. `more` is empty or has the further names to tell of each. Fails
+// where RunJobs does.
 android::base::Result<void> BootEach(
     const CarrierBoots& boots, const std::vector<std::vector<CarrierChoice>>& choices,
-    unsigned jobs, const std::function<void(size_t index, CarrierOutcome outcome)>& take);
+    unsigned jobs, const std::function<void(size_t index, CarrierOutcome outcome)>& take,
+    const std::vector<std::set<std::string>>& more = {});
 
 }  // namespace extprop

@@ -5,15 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "host/extprop/boot/pack.h"
-#include "host/extprop/carriers/job_pool.h"
-
 namespace extprop {
-
-constexpr auto FieldsOf(const Difference*) {
-  return std::make_tuple(std::pair("name", &Difference::name), std::pair("a", &Difference::a),
-                         std::pair("b", &Difference::b));
-}
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierChoice, kind, key)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildSide, value, places)
@@ -21,6 +13,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildDifference, a, b)
 
 namespace {
 
+using android::base::Error;
 using android::base::Result;
 using Choices = std::vector<CarrierChoice>;
 
@@ -30,18 +23,70 @@ struct Column {
   std::vector<Difference> differences;
 };
 
-constexpr auto FieldsOf(const Column*) {
-  return std::make_tuple(std::pair("error", &Column::error),
-                         std::pair("differences", &Column::differences));
-}
+using Done = std::function<void(size_t, size_t, const CarrierChoice&)>;
+using Outcomes = std::vector<CarrierOutcome>;
 
-Column CompareWith(const BootPlan& a, const BootPlan& b, const Choices& choices) {
-  const CarrierOutcome in_a = BootWhole(a, choices);
-  if (!in_a.error.empty()) return {a.tree + ": " + in_a.error, {}};
-  const CarrierOutcome in_b = BootWhole(b, choices);
-  if (!in_b.error.empty()) return {b.tree + ": " + in_b.error, {}};
-  return {"", Compare(in_a.endings, in_b.endings)};
-}
+// The boots of two builds with the same keys.
+class Boots {
+ public:
+  Boots(const Choices& keys, unsigned jobs, const Done& done)
+      : keys_(keys), jobs_(jobs), done_(done) {}
+
+  Result<std::vector<Column>> Compare(CarrierBoots a, CarrierBoots b) {
+    for (const Difference& found : extprop::Compare(a.by_default, b.by_default)) {
+      a.names.insert(found.name);
+    }
+    b.names = a.names;
+    Outcomes in_a(keys_.size()), in_b(keys_.size());
+    Result<void> run = Run(a, in_b, &in_a);
+    // The place of a value is only known where it is told, so each side tells what the other does.
+    if (run.ok()) run = Run(b, in_a, &in_b);
+    if (run.ok()) run = Run(a, in_b, &in_a);
+    if (!run.ok()) return run.error();
+    std::vector<Column> columns;
+    for (size_t i = 0; i < keys_.size(); ++i) {
+      columns.push_back({in_a[i].error.empty() ? "" : a.plan.tree + ": " + in_a[i].error, {}});
+      std::string& error = columns.back().error;
+      if (error.empty() && !in_b[i].error.empty()) error = b.plan.tree + ": " + in_b[i].error;
+      if (!error.empty()) continue;
+      columns.back().differences = extprop::Compare(in_a[i].endings, in_b[i].endings);
+    }
+    return columns;
+  }
+
+ private:
+  // Boots with each key; after both builds were, only where `*outcomes` does not tell all that
+  // `other` does.
+  Result<void> Run(const CarrierBoots& boots, const Outcomes& other, Outcomes* outcomes) {
+    std::vector<size_t> wanted;
+    std::vector<Choices> choices;
+    std::vector<std::set<std::string>> more;
+    for (size_t i = 0; i < keys_.size(); ++i) {
+      std::set<std::string> names;
+      for (const auto& [name, ending] : other[i].endings) names.insert(name);
+      const Endings& told = (*outcomes)[i].endings;
+      const bool all = std::all_of(names.begin(), names.end(),
+                                   [&](const std::string& name) { return told.count(name) != 0; });
+      if (over_ >= 2 * keys_.size() && all) continue;
+      wanted.push_back(i);
+      choices.push_back(keys_[i].kind.empty() ? Choices{} : Choices{keys_[i]});
+      more.push_back(std::move(names));
+    }
+    return BootEach(
+        boots, choices, jobs_,
+        [&](size_t index, CarrierOutcome outcome) {
+          (*outcomes)[wanted[index]] = std::move(outcome);
+          ++over_;
+          done_(over_, std::max(over_, 2 * keys_.size()), keys_[wanted[index]]);
+        },
+        more);
+  }
+
+  const Choices& keys_;
+  const unsigned jobs_;
+  const Done& done_;
+  size_t over_ = 0;
+};
 
 // The property and its two values: what is the same of two boots.
 using Values = std::tuple<std::string, std::string, std::string>;
@@ -110,9 +155,8 @@ Result<Choices> SortedKeys(const BootPlan& plan) {
 
 }  // namespace
 
-Result<BuildComparison> CompareBuilds(
-    const BootPlan& a, const BootPlan& b, const Choices& base, unsigned jobs,
-    const std::function<void(size_t, size_t, const CarrierChoice&)>& done) {
+Result<BuildComparison> CompareBuilds(const BootPlan& a, const BootPlan& b, const Choices& base,
+                                      unsigned jobs, const Done& done) {
   Result<Choices> keys_a = SortedKeys(a);
   if (!keys_a.ok()) return keys_a.error();
   Result<Choices> keys_b = SortedKeys(b);
@@ -127,24 +171,18 @@ Result<BuildComparison> CompareBuilds(
                       std::back_inserter(comparison.only_b), Less);
   comparison.keys = keys.size() - 1;
 
-  std::vector<Column> columns;
-  Result<void> run = RunJobs(
-      keys.size(), jobs,
-      [&](size_t number) {
-        const Choices choices = number == 0 ? Choices{} : Choices{keys[number]};
-        return Pack(CompareWith(a, b, Override(base, choices)));
-      },
-      [&](size_t number, const std::string& outcome) {
-        columns.push_back(Unpack<Column>(outcome));
-        const Column& column = columns.back();
-        if (!column.error.empty()) {
-          comparison.errors.push_back(keys[number].kind + " " + keys[number].key + ": " +
-                                      column.error);
-        }
-        done(number, keys.size(), keys[number]);
-      });
-  if (!run.ok()) return run.error();
-  Group(keys, columns, &comparison);
+  Result<CarrierBoots> boots_a = BootByDefault(a, base);
+  if (!boots_a.ok()) return Error() << a.tree << ": " << boots_a.error();
+  Result<CarrierBoots> boots_b = BootByDefault(b, base);
+  if (!boots_b.ok()) return Error() << b.tree << ": " << boots_b.error();
+  Result<std::vector<Column>> columns = Boots(keys, jobs, done).Compare(*boots_a, *boots_b);
+  if (!columns.ok()) return columns.error();
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const std::string& error = (*columns)[i].error;
+    if (error.empty()) continue;
+    comparison.errors.push_back(keys[i].kind + " " + keys[i].key + ": " + error);
+  }
+  Group(keys, *columns, &comparison);
   return comparison;
 }
 

@@ -42,11 +42,11 @@ struct BuildComparison {
   std::vector<std::string> errors;  // of boots that could not be made or completed
 };
 
-// Boots both plans by default and with each key that both know, over `base`. `done` is told, in
-// order, of each boot of both that is over: its number, how many there are and the key.
+// Boots both plans by default and with each key that both know, over `base`. `done` is told of each
+// boot that is over: how many are, how many there will be at least, and the key.
 android::base::Result<BuildComparison> CompareBuilds(
     const BootPlan& a, const BootPlan& b, const std::vector<CarrierChoice>& base, unsigned jobs,
-    const std::function<void(size_t number, size_t count, const CarrierChoice& key)>& done);
+    const std::function<void(size_t done, size_t count, const CarrierChoice& key)>& done);
 
 nlohmann::json ToJson(const BuildComparison& comparison);
 

@@ -190,8 +190,8 @@ int TwoBuilds(const Options& options, const BootPlan& a) {
   Progress progress;
   Result<BuildComparison> compared =
       CompareBuilds(a, *b, options.boot.carriers, options.jobs,
-                    [&](size_t number, size_t count, const CarrierChoice& key) {
-                      progress.Show(number + 1, count, Named(key));
+                    [&](size_t boots, size_t count, const CarrierChoice& key) {
+                      progress.Show(boots, count, Named(key));
                     });
   progress.Clear();
   if (!compared.ok()) return Fail(kTrouble, compared.error().message());
