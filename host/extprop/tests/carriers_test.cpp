@@ -124,7 +124,7 @@ TEST_F(CarriersTest, prints_as_it_goes_and_leaves_no_process_when_killed) {
 TEST(LargeDeviceTest, many_boots_at_once_tell_what_single_boots_do) {
   TempTree scratch;
   ASSERT_EQ(system((MAKE_LARGE_DEVICE " " + scratch.path() + " 6 200").c_str()), 0);
-  const std::string device = scratch / "root" + " --props " + scratch / "device.prop ";
+  const std::string device = (scratch / "root") + " --props " + (scratch / "device.prop");
   const json by_default = RunJson("boot " + device)["properties"];
   const std::string lines = RunTool("carriers --json-lines -j3 " + device).out;
   EXPECT_EQ(RunTool("carriers --json-lines -j1 " + device).out, lines);
@@ -132,17 +132,18 @@ TEST(LargeDeviceTest, many_boots_at_once_tell_what_single_boots_do) {
   EXPECT_EQ(printed.size(), 5u * 6 + 2);
   for (const std::string& line : printed) {
     const json key = json::parse(line);
-    const std::string choice = key.value("kind", "") + "=" + key.value("name", "");
-    json with_key = RunJson("boot " + device + "--carrier " + choice)["properties"];
+    std::string boot = "boot " + device;
+    boot.append(" --carrier ").append(key.value("kind", "")).append("=").append(key["name"]);
+    json with_key = RunJson(boot)["properties"];
     for (const json& found : key["differences"]) {
-      EXPECT_EQ(with_key.value(found.value("name", ""), ""), found["b"]["value"]) << choice;
+      EXPECT_EQ(with_key.value(found.value("name", ""), ""), found["b"]["value"]) << boot;
       with_key[found.value("name", "")] = found["a"]["value"];
     }
     // What is left is what chooses the carrier, or was unset.
     for (const json& change : json::diff(by_default, with_key)) {
       const std::string path = change["path"];
       EXPECT_TRUE(change["value"] == "" || Has(path, "operator.opt") || Has(path, "vmcarrier"))
-          << choice << change;
+          << boot << change;
     }
   }
 }
