@@ -88,7 +88,9 @@ bool DieWithParent(pid_t parent) {
 }  // namespace
 
 Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
-  if (options.mount_namespace >= 0 && setns(options.mount_namespace, CLONE_NEWNS) != 0) {
+  // A thread can change its mounts only where no other thread shares its root.
+  if (options.mount_namespace >= 0 &&
+      (unshare(CLONE_FS) != 0 || setns(options.mount_namespace, CLONE_NEWNS) != 0)) {
     return Refused("enter a mount namespace");
   }
   Result<bool> user_namespace = LeaveNamespaces();

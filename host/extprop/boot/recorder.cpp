@@ -191,7 +191,7 @@ BootRecord Recorder::Finish() {
 watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
   if (call.call == watch::Call::kOpen || call.call == watch::Call::kRead) {
     std::lock_guard<std::mutex> guard(lock_);
-    under_way_[gettid()] = call;
+    under_way_[ThisThread()] = call;
   }
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
@@ -207,7 +207,7 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
 
 void Recorder::After(const watch::PlatformCall& call, long result, int error) {
   std::lock_guard<std::mutex> guard(lock_);
-  under_way_.erase(gettid());
+  under_way_.erase(ThisThread());
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (call.call == watch::Call::kLchown && !failed && error != 0) {
