@@ -7,8 +7,7 @@ cd "$(dirname "$0")/../.."
 
 host/device/setup_aarch64.sh
 
-# The tool runs on workstations. Its tests need what the user-mode emulator does not know: fsopen, by
-# which lines are tried out of the tree's sight, and open_tree, by which a tree is kept. What makes
-# trees ready for it needs none of that, but is as little for the device.
+# The tool runs on workstations. Some of its tests need open_tree, by which a tree is kept, and which
+# the user-mode emulator does not know.
 not_emulated='^(BootTest|CheckTest|CommandTest|ExplainTest|device_tree|Images|Mounts)[.]'
 run_native_tests aarch64 --timeout 120 --exclude-regex "$not_emulated"
