@@ -50,7 +50,8 @@ class Opening {
       return Error() << tree_.directory
                      << ": not a directory; images are given by --partition NAME=IMAGE";
     }
-    if (Result<void> added = AddLayers("/", tree_.directory); !added.ok()) return added.error();
+    Result<void> shown = ShowWithMounts("/", tree_.directory, &tree_.root);
+    if (!shown.ok()) return shown.error();
     for (const std::string& argument : partitions) {
       if (Result<void> added = AddNamed(argument); !added.ok()) {
         return Error() << "--partition " << argument << ": " << added.error();
@@ -63,24 +64,12 @@ class Opening {
   }
 
  private:
-  Result<void> AddLayers(const std::string& place, const std::string& directory) {
-    Result<std::vector<sandbox::Layer>> layers = LayersOf(place, directory);
-    if (!layers.ok()) return layers.error();
-    for (sandbox::Layer& layer : *layers) {
-      if (layer.place == "/") {
-        tree_.root.tree = layer.source;
-      } else {
-        tree_.root.layers.push_back(std::move(layer));
-      }
-    }
-    return {};
-  }
-
   Result<void> Add(const PartitionRoot& root, const std::string& origin,
                    const std::string& source) {
     tree_.partitions.push_back({root.place, origin, source});
     // The tree may have a link there, to where the partition is mounted then.
-    return AddLayers(DevicePaths({{"/", tree_.directory}}).WithoutLinks(root.place), source);
+    return ShowWithMounts(DevicePaths({{"/", tree_.directory}}).WithoutLinks(root.place), source,
+                          &tree_.root);
   }
 
   bool IsAdded(const PartitionRoot& root) const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include <android-base/result.h>
 
@@ -9,12 +8,12 @@
 
 namespace extprop {
 
-// Returns the layers that show `directory` at `place` with all that is mounted below it. What is
-// mounted at or below /proc, /sys and /dev of it is the workstation's own and left out.
+// Makes `root` show `directory` at `place` with all that is mounted below it. What is mounted at or
+// below /proc, /sys and /dev of it is the workstation's own and left out.
 //
 // An ordinary user cannot lay an overlay over a directory that has mounts of root's below it: then
 // the directories on the way to the mounts are left to be made, and what else they hold are layers.
-android::base::Result<std::vector<sandbox::Layer>> LayersOf(const std::string& place,
-                                                            const std::string& directory);
+android::base::Result<void> ShowWithMounts(const std::string& place, const std::string& directory,
+                                           sandbox::PrivateRootOptions* root);
 
 }  // namespace extprop
