@@ -93,7 +93,8 @@ class Opening {
     auto unpacked = UnpackImage(origin);
     if (!unpacked.ok()) return unpacked.error();
     for (const std::string& name : {std::string(kWholeImage), std::string(root->name)}) {
-      if (unpacked->count(name) != 0) return Add(*root, origin, unpacked->at(name));
+      const std::string source = *unpacked + "/" + name;
+      if (IsDirectory(source)) return Add(*root, origin, source);
     }
     return Error() << origin << " holds no partition " << root->name;
   }
@@ -115,8 +116,9 @@ class Opening {
       if (!fs::exists(image, ignored)) continue;
       auto unpacked = UnpackImage(image);
       if (!unpacked.ok()) return unpacked.error();
-      if (unpacked->count(name) == 0) continue;
-      if (Result<void> added = Add(root, image, unpacked->at(name)); !added.ok()) return added;
+      const std::string source = *unpacked + "/" + name;
+      if (!IsDirectory(source)) continue;
+      if (Result<void> added = Add(root, image, source); !added.ok()) return added;
     }
     return {};
   }
