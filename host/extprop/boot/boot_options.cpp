@@ -12,6 +12,7 @@
 #include "host/extprop/boot/phone.h"
 #include "host/extprop/boot/property_input.h"
 #include "host/extprop/carriers/carrier_keys.h"
+#include "host/extprop/trees/open_tree.h"
 
 namespace extprop {
 

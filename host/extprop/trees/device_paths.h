@@ -1,43 +1,30 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "host/extprop/trees/device_tree.h"
 #include "host/sandbox/private_root.h"
 
 namespace extprop {
 
-// A link whose target is not where it says.
-struct OutgoingLink {
-  std::string path;    // on the device
-  std::string target;  // as it stands in the link
-};
-
-// Tells where on the workstation lies what the device has at a path. A later layer hides what the
-// earlier ones have at its place.
+// A tree's paths, by the layers that show it; the first is its directory.
 class DevicePaths {
  public:
-  explicit DevicePaths(std::vector<sandbox::Layer> layers) : layers_(std::move(layers)) {}
-
-  // Returns the path on the device that `path` leads to, whether or not something is there. Links
-  // are followed as on the device, where "/" is the tree.
-  std::string WithoutLinks(const std::string& path) const;
-
-  // Returns where that lies, or "" where nothing is there or a directory cannot be read.
-  std::string OnWorkstation(const std::string& path) const;
-
-  // Returns the links among `places`, on the way to them and below them that lead out of the tree:
-  // absolute ones whose target the workstation has and the tree has not, and relative ones that
-  // climb above the tree. In the order of their paths, which have no links on the way.
-  std::vector<OutgoingLink> LinksOut(const std::vector<std::string>& places) const;
+  explicit DevicePaths(const std::vector<sandbox::Layer>& layers) : tree_{layers[0].source} {
+    for (size_t i = layers.size() - 1; i > 0; --i) {
+      tree_.partitions.push_back({layers[i].place, layers[i].source, layers[i].source});
+    }
+  }
+  std::string WithoutLinks(const std::string& path) const {
+    return extprop::WithoutLinks(tree_, path);
+  }
+  std::string OnWorkstation(const std::string& path) const {
+    return extprop::OnWorkstation(tree_, path);
+  }
 
  private:
-  // Where a path without links lies.
-  std::string Source(const std::string& path) const;
-  bool LeadsOut(const std::string& path, const std::string& target) const;
-
-  std::vector<sandbox::Layer> layers_;
+  DeviceTree tree_;
 };
 
 }  // namespace extprop

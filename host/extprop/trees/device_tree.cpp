@@ -1,160 +1,115 @@
 #include "host/extprop/trees/device_tree.h"
 
-#include <android-base/file.h>
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <utility>
-
-#include "host/extprop/trees/images.h"
-#include "host/extprop/trees/mounts_below.h"
-#include "host/extprop/trees/partition_roots.h"
+#include <string_view>
 
 namespace extprop {
 
 namespace {
 
 namespace fs = std::filesystem;
-using android::base::Error;
-using android::base::Result;
 
-// What the library writes to or deletes from.
-const std::vector<std::string> kWritable = {"/data/cota", "/data/system/customize", "/mnt/cota",
-                                            "/mnt/vendor/vemrareserve"};
+constexpr int kMostLinks = 40;  // as the kernel
 
-bool IsDirectory(const std::string& path) {
+// Where a path without links lies.
+std::string Source(const DeviceTree& tree, const std::string& path) {
+  const Partition* partition = PartitionWith(tree, path);
+  if (partition == nullptr) return tree.directory + path;
+  return partition->source + path.substr(partition->place.size());
+}
+
+fs::path FollowLinks(const DeviceTree& tree, const fs::path& path, int* links) {
+  fs::path reached = "/";
+  for (const fs::path& name : path.relative_path()) {
+    if (name == "..") {
+      reached = reached.parent_path();
+    } else if (!name.empty() && name != ".") {
+      reached /= name;
+    }
+    std::error_code error;
+    const fs::path target = fs::read_symlink(Source(tree, reached), error);
+    if (error || ++*links > kMostLinks) continue;
+    // An absolute target takes the place of the whole path.
+    reached = FollowLinks(tree, reached.parent_path() / target, links);
+  }
+  return reached;
+}
+
+bool LeadsOut(const DeviceTree& tree, const fs::path& link, const fs::path& target) {
   std::error_code ignored;
-  return fs::is_directory(path, ignored);
+  if (target.is_absolute()) {
+    return OnWorkstation(tree, target).empty() && fs::exists(target, ignored);
+  }
+  const fs::path reached = (link.parent_path().relative_path() / target).lexically_normal();
+  return !reached.empty() && *reached.begin() == "..";
 }
-
-bool HasContent(const std::string& path) {
-  std::error_code ignored;
-  return IsDirectory(path) && !fs::is_empty(path, ignored);
-}
-
-DevicePaths PathsOf(const DeviceTree& tree) {
-  std::vector<sandbox::Layer> layers = {{"/", tree.directory}};
-  for (const Partition& partition : tree.partitions) {
-    layers.push_back({partition.place, partition.source});
-  }
-  return DevicePaths(layers);
-}
-
-class Opening {
- public:
-  explicit Opening(const std::string& directory) { tree_.directory = directory; }
-
-  Result<DeviceTree> Open(const std::vector<std::string>& partitions) {
-    if (!IsDirectory(tree_.directory)) {
-      return Error() << tree_.directory
-                     << ": not a directory; images are given by --partition NAME=IMAGE";
-    }
-    Result<void> shown = ShowWithMounts("/", tree_.directory, &tree_.root);
-    if (!shown.ok()) return shown.error();
-    for (const std::string& argument : partitions) {
-      if (Result<void> added = AddNamed(argument); !added.ok()) {
-        return Error() << "--partition " << argument << ": " << added.error();
-      }
-    }
-    if (Result<void> added = AddImages(); !added.ok()) return added.error();
-    if (tree_.partitions.empty() && !HoldsDevice(tree_.directory)) return NoRoots();
-    tree_.root.writable = kWritable;
-    return std::move(tree_);
-  }
-
- private:
-  Result<void> Add(const PartitionRoot& root, const std::string& origin,
-                   const std::string& source) {
-    tree_.partitions.push_back({root.place, origin, source});
-    // The tree may have a link there, to where the partition is mounted then.
-    return ShowWithMounts(DevicePaths({{"/", tree_.directory}}).WithoutLinks(root.place), source,
-                          &tree_.root);
-  }
-
-  bool IsAdded(const PartitionRoot& root) const {
-    return std::any_of(tree_.partitions.begin(), tree_.partitions.end(),
-                       [&](const Partition& partition) { return partition.place == root.place; });
-  }
-
-  // One --partition.
-  Result<void> AddNamed(const std::string& argument) {
-    const size_t equals = argument.find('=');
-    if (equals == std::string::npos) return Error() << "NAME=DIR or NAME=IMAGE is needed";
-    const PartitionRoot* root = FindPartitionRoot(argument.substr(0, equals));
-    if (root == nullptr) {
-      std::string names;
-      for (const PartitionRoot& known : kPartitionRoots) names += std::string(" ") + known.name;
-      return Error() << "no such partition; there are" << names;
-    }
-    if (IsAdded(*root)) return Error() << root->name << " is given twice";
-    const std::string origin = argument.substr(equals + 1);
-    if (IsDirectory(origin)) return Add(*root, origin, origin);
-    auto unpacked = UnpackImage(origin);
-    if (!unpacked.ok()) return unpacked.error();
-    for (const std::string& name : {std::string(kWholeImage), std::string(root->name)}) {
-      const std::string source = *unpacked + "/" + name;
-      if (IsDirectory(source)) return Add(*root, origin, source);
-    }
-    return Error() << origin << " holds no partition " << root->name;
-  }
-
-  // What stands in the directory as an image. A directory with content comes first: who has
-  // unpacked an image may have changed something in it.
-  Result<void> AddImages() {
-    const DevicePaths paths = PathsOf(tree_);
-    const std::string super = tree_.directory + "/super.img";
-    std::error_code ignored;
-    for (const PartitionRoot& root : kPartitionRoots) {
-      if (IsAdded(root) || HasContent(paths.OnWorkstation(root.place))) continue;
-      std::string image = tree_.directory + "/" + root.name + ".img";
-      std::string name = kWholeImage;
-      if (!fs::exists(image, ignored)) {
-        image = super;
-        name = root.name;
-      }
-      if (!fs::exists(image, ignored)) continue;
-      auto unpacked = UnpackImage(image);
-      if (!unpacked.ok()) return unpacked.error();
-      const std::string source = *unpacked + "/" + name;
-      if (!IsDirectory(source)) continue;
-      if (Result<void> added = Add(root, image, source); !added.ok()) return added;
-    }
-    return {};
-  }
-
-  Result<DeviceTree> NoRoots() const {
-    std::string meant = WhatWasProbablyMeant(tree_.directory);
-    if (!meant.empty()) meant = "; probably meant: " + meant;
-    return Error() << tree_.directory
-                   << ": no device's files: neither odm nor mnt/vendor/my_* is in it" << meant;
-  }
-
-  DeviceTree tree_;
-};
 
 }  // namespace
 
-Result<DeviceTree> OpenTree(const std::string& directory,
-                            const std::vector<std::string>& partitions) {
-  return Opening(directory).Open(partitions);
+std::string PlaceOf(const std::string& partition) {
+  if (std::find(kPartitions.begin(), kPartitions.end(), partition) == kPartitions.end()) return "";
+  return partition == "odm" ? "/odm" : "/mnt/vendor/" + partition;
+}
+
+const Partition* PartitionWith(const DeviceTree& tree, const std::string& path) {
+  for (const Partition& partition : tree.partitions) {
+    if ((path + "/").rfind(partition.place + "/", 0) == 0) return &partition;
+  }
+  return nullptr;
+}
+
+std::string WithoutLinks(const DeviceTree& tree, const std::string& path) {
+  int links = 0;
+  return FollowLinks(tree, path, &links);
+}
+
+std::string OnWorkstation(const DeviceTree& tree, const std::string& path) {
+  const std::string source = Source(tree, WithoutLinks(tree, path));
+  std::error_code ignored;
+  const fs::file_status about = fs::symlink_status(source, ignored);
+  return fs::exists(about) && !fs::is_symlink(about) ? source : "";
 }
 
 std::vector<OutgoingLink> LinksOut(const DeviceTree& tree) {
-  std::vector<std::string> places;
-  places.reserve(kPartitionRoots.size());
-  for (const PartitionRoot& root : kPartitionRoots) places.emplace_back(root.place);
-  return PathsOf(tree).LinksOut(places);
+  std::map<std::string, std::string> found;
+  const auto look = [&](const fs::path& path) {
+    std::error_code no_link;
+    const fs::path target = fs::read_symlink(Source(tree, path), no_link);
+    if (!no_link && LeadsOut(tree, path, target)) found[path] = target;
+  };
+  for (const std::string& partition : kPartitions) {
+    fs::path way;
+    for (const fs::path& name : fs::path(PlaceOf(partition)).relative_path()) {
+      way = WithoutLinks(tree, way) / name;
+      look(way);
+    }
+    const fs::path root = WithoutLinks(tree, way);
+    const fs::path source = Source(tree, root);
+    std::error_code error;
+    constexpr auto kOptions = fs::directory_options::skip_permission_denied;
+    for (fs::recursive_directory_iterator entry(source, kOptions, error), end;
+         !error && entry != end; entry.increment(error)) {
+      if (entry->is_symlink(error)) look(root / entry->path().lexically_relative(source));
+    }
+  }
+  std::vector<OutgoingLink> links;
+  links.reserve(found.size());
+  for (const auto& [path, target] : found) links.push_back({path, target});
+  return links;
 }
 
 std::string AsGiven(const DeviceTree& tree, const std::string& path) {
-  for (const Partition& partition : tree.partitions) {
-    if ((path + "/").rfind(partition.place + "/", 0) != 0) continue;
-    const char* colon = partition.source == partition.origin ? "" : ":";
-    return partition.origin + colon + path.substr(partition.place.size());
+  if (const Partition* partition = PartitionWith(tree, path)) {
+    const char* colon = partition->source == partition->origin ? "" : ":";
+    return partition->origin + colon + path.substr(partition->place.size());
   }
-  const bool slash = !tree.directory.empty() && tree.directory.back() == '/';
-  return tree.directory.substr(0, tree.directory.size() - (slash ? 1 : 0)) + path;
+  std::string_view directory = tree.directory;
+  android::base::ConsumeSuffix(&directory, "/");
+  return std::string(directory) + path;
 }
 
 }  // namespace extprop

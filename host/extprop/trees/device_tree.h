@@ -3,12 +3,18 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
-#include "host/extprop/trees/device_paths.h"
 #include "host/sandbox/private_root.h"
 
 namespace extprop {
+
+// The partitions whose properties are loaded. NAME.img is a partition's image.
+inline const std::vector<std::string> kPartitions = {
+    "odm",        "my_preload", "my_tavlen",  "my_stock",       "my_product", "my_region",
+    "my_carrier", "my_bigball", "my_company", "my_engineering", "my_manifest"};
+
+// Returns where on the device init has mounted a partition when it loads the properties, or "" if
+// there is none of that name.
+std::string PlaceOf(const std::string& partition);
 
 // A partition that stands in the tree as its image or lies elsewhere.
 struct Partition {
@@ -18,25 +24,36 @@ struct Partition {
 };
 
 // A device's files as people have them: a directory, what is mounted in it, and partitions that are
-// images or lie elsewhere. It is looked at once, for any number of boots.
+// images or lie elsewhere.
 struct DeviceTree {
   std::string directory;  // as the user gave it
-  std::vector<Partition> partitions;
+  std::vector<Partition> partitions = {};
   // How a private root shows it.
-  sandbox::PrivateRootOptions root;
+  sandbox::PrivateRootOptions root = {};
 };
 
-// Opens a tree; images are unpacked into the user's cache. `partitions` are the values NAME=DIR|IMG
-// of --partition. Each of the partitions that has properties and is no directory with content in
-// `directory` is taken from NAME.img there, or else from super.img there.
-//
-// Every error is the user's. It is one if there is none of the partitions, and the error says then
-// which directory was probably meant.
-android::base::Result<DeviceTree> OpenTree(const std::string& directory,
-                                           const std::vector<std::string>& partitions);
+// A link whose target is not where it says.
+struct OutgoingLink {
+  std::string path;    // on the device
+  std::string target;  // as it stands in the link
+};
+
+// Returns the one of `tree.partitions` that has a path of the device, or null where it is the
+// directory that has it.
+const Partition* PartitionWith(const DeviceTree& tree, const std::string& path);
+
+// Returns the path on the device that `path` leads to, whether or not something is there. Links
+// are followed as on the device, where "/" is the tree.
+std::string WithoutLinks(const DeviceTree& tree, const std::string& path);
+
+// Returns where that lies on the workstation, or "" where nothing is there or a directory cannot be
+// read.
+std::string OnWorkstation(const DeviceTree& tree, const std::string& path);
 
 // Returns the links on the way to the partitions and in them that lead out of the tree, so that on
-// the device nothing is where they lead, or something else. Reads all their directories.
+// the device nothing is where they lead, or something else: absolute ones whose target the
+// workstation has and the tree has not, and relative ones that climb above the tree. In the order
+// of their paths, which have no links on the way. Reads all directories of the partitions.
 std::vector<OutgoingLink> LinksOut(const DeviceTree& tree);
 
 // Returns a path on the device as the user knows it: the file in the directory that was given, or

@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/extprop/trees/partition_roots.h"
+#include "host/extprop/trees/device_tree.h"
 
 namespace extprop {
 
@@ -79,7 +79,7 @@ Result<void> UnpackContainer(const std::string& type, const std::string& image,
     if (fs::file_size(entry.path()) == 0) continue;
     const std::string file = entry.path().stem();
     const std::string own_name = std::regex_replace(file, std::regex("_[ab]$"), "");
-    if (name.empty() && FindPartitionRoot(own_name) == nullptr) continue;
+    if (name.empty() && PlaceOf(own_name).empty()) continue;
     Result<void> unpacked = Unpack(entry.path(), name.empty() ? own_name : name, to);
     if (!unpacked.ok()) return Error() << file << ": " << unpacked.error();
   }

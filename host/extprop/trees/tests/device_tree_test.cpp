@@ -1,4 +1,4 @@
-#include "host/extprop/trees/device_tree.h"
+#include "host/extprop/trees/open_tree.h"
 
 #include <gtest/gtest.h>
 #include <linux/magic.h>

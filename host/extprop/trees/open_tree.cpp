@@ -1,0 +1,163 @@
+#include "host/extprop/trees/open_tree.h"
+
+#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "host/extprop/trees/images.h"
+#include "host/extprop/trees/mounts_below.h"
+
+namespace extprop {
+
+namespace {
+
+namespace fs = std::filesystem;
+using android::base::Error;
+using android::base::Result;
+using android::base::StringPrintf;
+
+// What the library writes to or deletes from.
+const std::vector<std::string> kWritable = {"/data/cota", "/data/system/customize", "/mnt/cota",
+                                            "/mnt/vendor/vemrareserve"};
+
+bool IsDirectory(const std::string& path) {
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+bool HasContent(const std::string& path) {
+  std::error_code ignored;
+  return IsDirectory(path) && !fs::is_empty(path, ignored);
+}
+
+Result<void> AddPartition(const std::string& name, const std::string& origin,
+                          const std::string& source, DeviceTree* tree) {
+  // The tree may have a link there, to where the partition is mounted then.
+  const std::string place = WithoutLinks(*tree, PlaceOf(name));
+  tree->partitions.push_back({PlaceOf(name), origin, source});
+  return ShowWithMounts(place, source, &tree->root);
+}
+
+// Adds what one --partition names.
+Result<void> AddNamed(const std::string& argument, DeviceTree* tree) {
+  const size_t equals = argument.find('=');
+  if (equals == std::string::npos) return Error() << "NAME=DIR or NAME=IMAGE is needed";
+  const std::string name = argument.substr(0, equals);
+  const std::string place = PlaceOf(name);
+  if (place.empty()) {
+    return Error() << "no such partition; there are " << android::base::Join(kPartitions, ' ');
+  }
+  if (PartitionWith(*tree, place) != nullptr) return Error() << name << " is given twice";
+  const std::string origin = argument.substr(equals + 1);
+  if (IsDirectory(origin)) return AddPartition(name, origin, origin, tree);
+  Result<std::string> unpacked = UnpackImage(origin);
+  if (!unpacked.ok()) return unpacked.error();
+  for (const std::string& held : {std::string(kWholeImage), name}) {
+    const std::string source = *unpacked + "/" + held;
+    if (IsDirectory(source)) return AddPartition(name, origin, source, tree);
+  }
+  return Error() << origin << " holds no partition " << name;
+}
+
+// Adds a partition that stands in the directory as its image, if it does. A directory with content
+// comes first: who has unpacked an image may have changed something in it.
+Result<void> AddFromImage(const std::string& name, DeviceTree* tree) {
+  const std::string place = PlaceOf(name);
+  if (PartitionWith(*tree, place) != nullptr) return {};
+  if (HasContent(OnWorkstation(*tree, place))) return {};
+  std::error_code ignored;
+  std::string image = tree->directory + "/" + name + ".img";
+  const bool own = fs::exists(image, ignored);
+  if (!own) image = tree->directory + "/super.img";
+  if (!fs::exists(image, ignored)) return {};
+  Result<std::string> unpacked = UnpackImage(image);
+  if (!unpacked.ok()) return unpacked.error();
+  const std::string source = *unpacked + "/" + (own ? kWholeImage : name);
+  return IsDirectory(source) ? AddPartition(name, image, source, tree) : Result<void>();
+}
+
+bool IsWithin(const std::string& path, const std::string& directory) {
+  return android::base::StartsWith(path + "/", directory + "/");
+}
+
+// Returns the directory with a partition that `directory` is a part of, or is on the way to.
+std::string TreeAbove(const std::string& directory) {
+  std::error_code ignored;
+  const fs::path whole = fs::canonical(directory, ignored);
+  fs::path above = whole.parent_path();
+  // At most from DIR/mnt/vendor/my_product/etc up to DIR.
+  for (int level = 0; level < 4 && above != above.root_path(); ++level) {
+    for (const std::string& partition : kPartitions) {
+      const std::string place = above.string() + PlaceOf(partition);
+      if ((IsWithin(place, whole) || IsWithin(whole, place)) && IsDirectory(place)) return above;
+    }
+    above = above.parent_path();
+  }
+  return "";
+}
+
+// Returns whether `directory`, taken as the device's "/", has a directory where properties are
+// loaded from. Links are followed as on the device. /my_company and /my_carrier, which some loaders
+// read, count too unless the directory is but a part of another tree, as mnt/vendor is.
+bool HoldsDevice(const std::string& directory) {
+  const DeviceTree tree = {directory};
+  const auto has = [&](const std::string& place) {
+    return IsDirectory(OnWorkstation(tree, place));
+  };
+  for (const std::string& partition : kPartitions) {
+    if (has(PlaceOf(partition))) return true;
+  }
+  return (has("/my_company") || has("/my_carrier")) && TreeAbove(directory).empty();
+}
+
+// Tells what is probably meant by a directory that does not hold a device: one that it lies in, or
+// one in it, or --partition. Empty if nothing is known.
+std::string WhatWasProbablyMeant(const std::string& directory) {
+  if (std::string above = TreeAbove(directory); !above.empty()) return above;
+  std::error_code ignored;
+  // Sorted, so that the same tree always gets the same advice.
+  const std::set<fs::path> below(fs::directory_iterator(directory, ignored), {});
+  const auto device = std::find_if(below.begin(), below.end(), HoldsDevice);
+  if (device != below.end()) return *device;
+  for (const std::string& partition : kPartitions) {
+    // A link at the place itself is what people make to show a partition that lies elsewhere.
+    for (const std::string& place : {PlaceOf(partition), "/" + partition}) {
+      const std::string path = directory + place;
+      if (IsDirectory(path)) {
+        return StringPrintf("--partition %s=%s", partition.c_str(), path.c_str());
+      }
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+Result<DeviceTree> OpenTree(const std::string& directory,
+                            const std::vector<std::string>& partitions) {
+  if (!IsDirectory(directory)) {
+    return Error() << directory << ": not a directory; images are given by --partition NAME=IMAGE";
+  }
+  DeviceTree tree = {directory};
+  tree.root.writable = kWritable;
+  Result<void> added = ShowWithMounts("/", directory, &tree.root);
+  if (!added.ok()) return added.error();
+  for (const std::string& argument : partitions) {
+    added = AddNamed(argument, &tree);
+    if (!added.ok()) return Error() << "--partition " << argument << ": " << added.error();
+  }
+  for (const std::string& name : kPartitions) {
+    added = AddFromImage(name, &tree);
+    if (!added.ok()) return added.error();
+  }
+  if (!tree.partitions.empty() || HoldsDevice(directory)) return tree;
+  std::string meant = WhatWasProbablyMeant(directory);
+  if (!meant.empty()) meant = "; probably meant: " + meant;
+  return Error() << directory << ": no device's files: neither odm nor mnt/vendor/my_* is in it"
+                 << meant;
+}
+
+}  // namespace extprop
