@@ -2,6 +2,7 @@
 
 #include <android-base/logging.h>
 
+#include "extproperty/property_file_observer.h"
 #include "tests/device_test.h"
 #include "utils/expand_props.h"
 
@@ -88,6 +89,42 @@ TEST_F(PropertyFileParserTest, import_depth_and_number_of_files_are_bounded) {
   Write("/a.prop", imports + "import /last\nimport /last\nafter=1\n");
   EXPECT_EQ(Load("/a.prop"), "after=1 one=1");
   EXPECT_EQ(Logged(), "E import refused, too many files: /last");
+}
+
+// Writes down what it is told, as "file{ number:outcome name=value }error".
+class Listener : public PropertyFileObserver {
+ public:
+  std::string told;
+
+  void EnterFile(std::string_view path, std::string_view filter, const PropertyMap*) override {
+    told.append(path).append(filter).append("{ ");
+  }
+  void LeaveFile(std::string_view error) override { told.append("}").append(error).append(" "); }
+  void ReadLine(const PropertyLine& line) override {
+    told +=
+        std::to_string(line.number) + ":" + std::to_string(static_cast<int>(line.outcome)) + " ";
+    told.append(line.name).append("=").append(line.value).append(" ");
+    EXPECT_TRUE(line.text.find(line.value) != std::string_view::npos) << line.text;
+  }
+};
+
+TEST_F(PropertyFileParserTest, an_observer_is_told_of_every_file_and_line) {
+  Write("/a.prop",
+        "# c\nb\nx=1\nx=2\nx=2\nimport /b.prop y*\nimport /none\nimport /a.prop\nimport /${z}\n");
+  Write("/b.prop", "y=1\nz=2\n");
+  Listener listener;
+  KSSI_OBSERVE_PropertyFiles(&listener);
+  PropertyMap map;
+  EXPECT_TRUE(load_properties_from_file_without_se("/a.prop", nullptr, &map));
+  EXPECT_FALSE(load_properties_from_file_without_se("/none", nullptr, &map));
+  KSSI_OBSERVE_PropertyFiles(nullptr);
+  Load("/b.prop");
+  // The outcomes in their order: blank, no property, filtered, set, replaced, same again, and of
+  // imports followed, missing, refused, not expandable.
+  EXPECT_EQ(listener.told,
+            "/a.prop{ 1:0 = 2:1 = 3:3 x=1 4:4 x=2 5:5 x=2 6:6 /b.prop=y* /b.propy*{ 1:3 y=1 "
+            "2:2 z=2 } 7:7 /none= 8:8 /a.prop= 9:9 /${z}= } /none{ }open() failed: "
+            "No such file or directory ");
 }
 
 TEST(PropertyLegality, names_and_values) {
