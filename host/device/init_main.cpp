@@ -44,12 +44,12 @@ Result<void> Boot(int argc, char** argv) {
   if (!options.ok()) return options.error();
   Result<extprop::BootPlan> plan = extprop::MakePlan(*options);
   if (!plan.ok()) return plan.error();
-  Result<extprop::Factory> factory = extprop::LoadLibrary(plan->library);
-  if (!factory.ok()) return factory.error();
+  Result<extprop::Library> library = extprop::LoadLibrary(plan->library);
+  if (!library.ok()) return library.error();
   extprop::TextOptions text;
   text.all = true;
   text.log = extprop::Severity::kInfo;
-  extprop::RenderText(extprop::PlayHost(*plan, *factory, PowerOff), text, std::cout);
+  extprop::RenderText(extprop::PlayHost(*plan, *library, PowerOff), text, std::cout);
   return {};
 }
 

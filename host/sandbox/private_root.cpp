@@ -70,17 +70,17 @@ bool DieWithParent(pid_t parent) {
 
 // noexcept, so that an exception ends the child instead of unwinding into the caller's copy.
 [[noreturn]] void RunChild(pid_t parent, const PrivateRootOptions& options,
-                           const std::function<int()>& body, unique_fd report) noexcept {
+                           const RootProcess::Body& body, unique_fd failure, int output) noexcept {
   if (!DieWithParent(parent)) _exit(EXIT_FAILURE);
   Result<void> entered = EnterPrivateRoot(options);
   // Once more, as the kernel may drop the request with a change of credentials.
   if (entered.ok() && !DieWithParent(parent)) _exit(EXIT_FAILURE);
   if (!entered.ok()) {
-    android::base::WriteStringToFd(entered.error().message(), report);
+    android::base::WriteStringToFd(entered.error().message(), failure);
     _exit(EXIT_FAILURE);
   }
-  report.reset();
-  const int status = body();
+  failure.reset();
+  const int status = body(output);
   fflush(nullptr);
   _exit(status);
 }
@@ -88,11 +88,6 @@ bool DieWithParent(pid_t parent) {
 }  // namespace
 
 Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
-  // A thread can change its mounts only where no other thread shares its root.
-  if (options.mount_namespace >= 0 &&
-      (unshare(CLONE_FS) != 0 || setns(options.mount_namespace, CLONE_NEWNS) != 0)) {
-    return Refused("enter a mount namespace");
-  }
   Result<bool> user_namespace = LeaveNamespaces();
   if (!user_namespace.ok()) return user_namespace.error();
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
@@ -111,28 +106,63 @@ Result<void> EnterPrivateRoot(const PrivateRootOptions& options) {
   return {};
 }
 
-Result<int> RunInPrivateRoot(const PrivateRootOptions& options, const std::function<int()>& body) {
-  unique_fd report;
-  unique_fd report_writer;
-  if (!Pipe(&report, &report_writer)) return ErrnoError() << "cannot make a pipe";
+Result<RootProcess> RootProcess::Start(const PrivateRootOptions& options, const Body& body) {
+  RootProcess started;
+  unique_fd failure, output;
+  if (!Pipe(&started.failure_, &failure) || !Pipe(&started.output_, &output)) {
+    return ErrnoError() << "cannot make a pipe";
+  }
   fflush(nullptr);
   const pid_t parent = getpid();
-  const pid_t child = fork();
-  if (child < 0) return ErrnoError() << "cannot start a process for the private root";
-  if (child == 0) {
-    report.reset();
-    RunChild(parent, options, body, std::move(report_writer));
+  started.process_ = fork();
+  if (started.process_ < 0) return ErrnoError() << "cannot start a process for the private root";
+  if (started.process_ == 0) {
+    started.failure_.reset();
+    started.output_.reset();
+    RunChild(parent, options, body, std::move(failure), output.release());
   }
-  report_writer.reset();
-  std::string failure;
-  android::base::ReadFdToString(report, &failure);
-  int status = 0;
-  if (TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) < 0) return ErrnoError() << "cannot wait";
+  return started;
+}
+
+RootProcess::RootProcess(RootProcess&& other) noexcept
+    : process_(std::exchange(other.process_, -1)),
+      failure_(std::move(other.failure_)),
+      output_(std::move(other.output_)) {}
+
+RootProcess::~RootProcess() {
+  if (process_ <= 0) return;
+  kill(process_, SIGKILL);
+  TEMP_FAILURE_RETRY(waitpid(process_, nullptr, 0));
+}
+
+Result<std::string> RootProcess::Read() {
+  std::string failure, output;
+  android::base::ReadFdToString(failure_, &failure);
   if (!failure.empty()) return Error() << failure;
+  android::base::ReadFdToString(output_, &output);
+  return output;
+}
+
+Result<int> RootProcess::Wait() {
+  int status = 0;
+  if (TEMP_FAILURE_RETRY(waitpid(std::exchange(process_, -1), &status, 0)) < 0) {
+    return ErrnoError() << "cannot wait";
+  }
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   const int number = WTERMSIG(status);
   return Error() << "the process in the private root was ended by signal " << number << " ("
                  << strsignal(number) << ")";
+}
+
+Result<int> RunInPrivateRoot(const PrivateRootOptions& options, const std::function<int()>& body) {
+  Result<RootProcess> process = RootProcess::Start(options, [&body](int output) {
+    close(output);
+    return body();
+  });
+  if (!process.ok()) return process.error();
+  Result<std::string> output = process->Read();
+  if (!output.ok()) return output.error();
+  return process->Wait();
 }
 
 }  // namespace sandbox

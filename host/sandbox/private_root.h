@@ -1,10 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <android-base/result.h>
+#include <android-base/unique_fd.h>
 
 // A private root: a mount namespace of its own (and a user namespace, where the caller is not root)
 // whose "/" shows a directory tree. Absolute paths are real files in it and bind mounts are real
@@ -30,9 +33,6 @@ struct PrivateRootOptions {
   // Copy what is shown instead of laying a writable overlay over it. Done by itself where the
   // kernel refuses the overlay. What the caller may not read is left out then.
   bool copy = false;
-  // A descriptor of the mount namespace that the root is made from, for a process that is in a
-  // private root of its own already; -1 for the one that the process is in. Only for root.
-  int mount_namespace = -1;
 };
 
 // Puts the calling process into a private root. To be called early: as an ordinary user, the
@@ -41,9 +41,39 @@ struct PrivateRootOptions {
 // must not go on with work that expects the root.
 android::base::Result<void> EnterPrivateRoot(const PrivateRootOptions& options);
 
-// Runs `body` in a child process inside a private root and returns its exit status. The child runs
-// no exit handlers and is killed if the calling thread dies. An error means that the root could not
-// be made (body never ran) or that the child was ended by a signal, as it is by an exception.
+// A child process inside a private root. It runs no exit handlers, and is killed with this object
+// or where the thread that started it dies. Movable only.
+class RootProcess {
+ public:
+  // What the body writes into `output` is what Read returns; its result is the exit status.
+  using Body = std::function<int(int output)>;
+
+  // Starts `body` in a private root. Fails where there can be no further process.
+  static android::base::Result<RootProcess> Start(const PrivateRootOptions& options,
+                                                  const Body& body);
+  RootProcess(RootProcess&& other) noexcept;
+  RootProcess& operator=(RootProcess&&) = delete;
+  ~RootProcess();
+
+  // Returns what the body wrote by the time it closed the output or ended. An error means that the
+  // root could not be made, so that the body never ran. To be called once; a process that was
+  // forked since may call it in place of this one.
+  android::base::Result<std::string> Read();
+
+  // Waits for the end and returns the exit status. An error means that the process was ended by a
+  // signal, as it is by an exception. To be called once.
+  android::base::Result<int> Wait();
+
+ private:
+  RootProcess() = default;
+
+  pid_t process_ = -1;
+  android::base::unique_fd failure_;  // says why there is no root
+  android::base::unique_fd output_;
+};
+
+// Runs `body` in a child process inside a private root and returns its exit status. Fails as
+// RootProcess does.
 android::base::Result<int> RunInPrivateRoot(const PrivateRootOptions& options,
                                             const std::function<int()>& body);
 

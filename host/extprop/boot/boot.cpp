@@ -1,24 +1,18 @@
 #include "host/extprop/boot/boot.h"
 
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
+#include <android-base/file.h>
 #include <malloc.h>
-#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <thread>
 
-#include "host/extprop/boot/in_tree.h"
 #include "host/extprop/boot/kept_tree.h"
-#include "host/extprop/boot/library_functions.h"
-#include "host/extprop/boot/pack.h"
 #include "host/extprop/boot/recorder.h"
 #include "host/platform/system_properties.h"
 #include "host/sandbox/private_root.h"
@@ -29,7 +23,7 @@ namespace {
 
 using android::base::Error;
 using android::base::Result;
-using android::base::unique_fd;
+using nlohmann::json;
 using namespace std::chrono_literals;
 
 // For the allocator of a boot's process, in bytes.
@@ -85,7 +79,7 @@ Step Describe(const PlannedStep& planned) {
 // Gives up a boot that takes too long, and says what it waits for.
 class Watchdog {
  public:
-  Watchdog(std::chrono::seconds limit, Recorder* recorder, GiveUp give_up)
+  Watchdog(std::chrono::seconds limit, Recorder* recorder, const GiveUp& give_up)
       : thread_([=] { Watch(limit, recorder, give_up); }) {}
   ~Watchdog() {
     {
@@ -97,7 +91,7 @@ class Watchdog {
   }
 
  private:
-  void Watch(std::chrono::seconds limit, Recorder* recorder, GiveUp give_up) {
+  void Watch(std::chrono::seconds limit, Recorder* recorder, const GiveUp& give_up) {
     std::unique_lock<std::mutex> guard(lock_);
     if (condition_.wait_for(guard, limit, [this] { return done_; })) return;
     const std::string file = recorder->WaitsFor();
@@ -111,108 +105,103 @@ class Watchdog {
   std::thread thread_;
 };
 
-// The boot of this process, as far as it has got.
-struct Begun {
-  Recorder* recorder = nullptr;
-  Factory factory = nullptr;
-  android::init::IInitExtensionProperty* service = nullptr;
-  size_t steps = 0;  // that were played
-};
-Begun begun;
+bool FillsMap(const PlannedStep& step) {
+  return step.loader != nullptr && step.loader->fills_map;
+}
 
-void Begin(const BootPlan& plan, Factory factory) {
+// What stands behind the text that a boot's process sends.
+constexpr char kDone = '+';
+constexpr char kFailed = '-';
+
+// The only end of a boot's process: the boot's own, or what its watchdog makes of it.
+[[noreturn]] void EndWith(int output, std::string text, char mark) {
+  static std::mutex once;
+  once.lock();
+  const bool sent = android::base::WriteStringToFd(text += mark, output);
+  _exit(sent ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+Result<json> PlayAndDigest(const BootPlan& plan, const Digest& digest, const Library& library,
+                           const GiveUp& give_up) {
+  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
+  try {
+    if (plan.prepare) plan.prepare();
+    // Never freed, as the process is about to end.
+    const auto* record = new BootRecord(PlayHost(plan, library, give_up));
+    Result<void> kept;
+    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, *record);
+    if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
+    return digest(*record);
+  } catch (const std::exception& error) {
+    return Error() << error.what();
+  }
+}
+
+}  // namespace
+
+BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& give_up) {
   umask(0);  // init has none
   // The process is short: what it frees the kernel would only have to clear again.
   mallopt(M_TRIM_THRESHOLD, kEnough);
   mallopt(M_MMAP_THRESHOLD, kEnough);
   mallopt(M_TOP_PAD, kHeapStep);
-  begun = {Recorder::Start(plan.properties, FindLibraryFunctions(factory)), factory,
-           factory(kLibraryName), 0};
-  if (plan.lines) begun.recorder->WatchLines();
-}
-
-bool FillsMap(const PlannedStep& step) {
-  return step.loader != nullptr && step.loader->fills_map;
-}
-
-// Plays the steps that are left of the first `count`; with the last, the boot is over.
-void Play(const BootPlan& plan, size_t count) {
-  Recorder* recorder = begun.recorder;
-  while (begun.steps < count) {
-    const PlannedStep& planned = plan.steps[begun.steps];
+  Recorder* recorder = Recorder::Start(plan.properties, library, plan.lines, plan.keep_line);
+  const Watchdog watchdog(plan.timeout, recorder, give_up);
+  auto* service = library.factory(kLibraryName);
+  bool past_partitions = false;
+  for (const PlannedStep& planned : plan.steps) {
     // init loads them after the partitions, before anything else.
-    if (begun.steps > 0 && !FillsMap(planned)) recorder->LoadStored();
+    const bool partition = FillsMap(planned);
+    if (past_partitions && !partition) recorder->LoadStored();
     recorder->BeginStep(Describe(planned));
-    if (!FillsMap(planned)) recorder->LoadStored();
+    if (!partition) recorder->LoadStored();
+    past_partitions = true;
     Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
-                                                  : Call(planned, begun.service, recorder);
-    ++begun.steps;
+                                                  : Call(planned, service, recorder);
     if (done.ok()) continue;
     recorder->FailStep(done.error().message());
-    begun.steps = plan.steps.size();
+    break;
   }
-  if (begun.steps > 0 && begun.steps == plan.steps.size()) recorder->LoadStored();
+  if (past_partitions) recorder->LoadStored();
+  return recorder->Finish();
 }
 
-}  // namespace
-
-BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up) {
-  if (begun.recorder == nullptr) {
-    Begin(plan, factory);
-  } else {
-    begun.recorder->GoOn(plan.properties);
-  }
-  const Watchdog watchdog(plan.timeout, begun.recorder, give_up);
-  Play(plan, plan.steps.size());
-  return begun.recorder->Finish();
-}
-
-bool PlayFirstSteps(BootPlan* plan) {
-  const auto first_other = std::find_if(plan->steps.begin(), plan->steps.end(),
-                                        [](const PlannedStep& step) { return !FillsMap(step); });
-  Result<Factory> factory = LoadLibrary(plan->library);
-  if (first_other == plan->steps.begin() || !factory.ok() || geteuid() != 0) return false;
-  // To where the tree is, for the roots of the boots to come.
-  unique_fd home(open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
-  if (home < 0 || unshare(CLONE_NEWNS) != 0 || setns(home, CLONE_NEWNS) != 0) return false;
-  Result<void> entered = sandbox::EnterPrivateRoot(plan->device.root);
-  const auto end = [](const std::string& error) {
-    fprintf(stderr, "extprop: %s\n", error.c_str());
-    _exit(EXIT_FAILURE);
-  };
-  if (!entered.ok()) end(entered.error().message());
-  Begin(*plan, *factory);
-  const Watchdog watchdog(plan->timeout, begun.recorder, end);
-  Play(*plan, static_cast<size_t>(first_other - plan->steps.begin()));
-  plan->device.root.mount_namespace = home.release();
-  return true;
-}
-
-Result<std::string> RunBootFor(const BootPlan& plan,
-                               const std::function<std::string(const BootRecord&)>& digest) {
+Result<StartedBoot> StartedBoot::Start(const BootPlan& plan, const Digest& digest) {
   // Before the private root hides it.
-  Result<Factory> factory =
-      begun.recorder == nullptr ? LoadLibrary(plan.library) : Result<Factory>(begun.factory);
-  if (!factory.ok()) return factory.error();
-  if (plan.lines && FindLibraryFunctions(*factory).KSSI_OBSERVE_PropertyFiles == nullptr) {
+  Result<Library> library = LoadLibrary(plan.library);
+  if (!library.ok()) return library.error();
+  if (plan.lines && library->KSSI_OBSERVE_PropertyFiles == nullptr) {
     return Error() << "this library does not tell the lines that it reads";
   }
-  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
-  return RunInTree(plan.device, [&]() -> Result<std::string> {
-    if (plan.prepare) plan.prepare();
-    // Never freed, as the process is about to end.
-    const auto* played = new BootRecord(PlayHost(plan, *factory, EndChild));
-    Result<void> kept;
-    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, *played);
-    if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
-    return digest(*played);
-  });
+  Result<sandbox::RootProcess> process =
+      sandbox::RootProcess::Start(plan.device.root, [&](int output) -> int {
+        const auto give_up = [output](const std::string& why) { EndWith(output, why, kFailed); };
+        Result<json> answer = PlayAndDigest(plan, digest, *library, give_up);
+        if (!answer.ok()) EndWith(output, answer.error().message(), kFailed);
+        std::string bytes;
+        json::to_cbor(*answer, bytes);
+        EndWith(output, std::move(bytes), kDone);
+      });
+  if (!process.ok()) return process.error();
+  return StartedBoot(std::move(*process));
 }
 
-Result<BootRecord> RunBoot(const BootPlan& plan) {
-  Result<std::string> record = RunBootFor(plan, Pack<BootRecord>);
-  if (!record.ok()) return record.error();
-  return Unpack<BootRecord>(*record);
+Result<json> StartedBoot::Finish() {
+  Result<std::string> text = process_.Read();
+  if (!text.ok()) return text.error();
+  const char mark = text->empty() ? '\0' : text->back();
+  if (mark == kDone) return json::from_cbor(text->begin(), text->end() - 1);
+  text->resize(text->empty() ? 0 : text->size() - 1);
+  if (mark == kFailed) return Error() << *text;
+  Result<int> status = process_.Wait();
+  if (!status.ok()) return status.error();
+  return Error() << "the process of the boot left no outcome";
+}
+
+Result<json> RunBoot(const BootPlan& plan, const Digest& digest) {
+  Result<StartedBoot> boot = StartedBoot::Start(plan, digest);
+  if (!boot.ok()) return boot.error();
+  return boot->Finish();
 }
 
 }  // namespace extprop

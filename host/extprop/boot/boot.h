@@ -6,11 +6,13 @@
 #include <vector>
 
 #include <android-base/result.h>
+#include <nlohmann/json.hpp>
 
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/library.h"
 #include "host/extprop/boot/loaders.h"
 #include "host/extprop/trees/device_tree.h"
+#include "host/sandbox/private_root.h"
 
 namespace extprop {
 
@@ -29,35 +31,45 @@ struct BootPlan {
   // Changes the device's files before the boot, in the private root only; may throw.
   std::function<void()> prepare;
   bool lines = false;  // record the lines of property files
+  // Keeps the lines out of the record for whose names it returns false; null keeps all.
+  std::function<bool(const std::string& name)> keep_line;
   std::chrono::seconds timeout = std::chrono::seconds(30);
   // An empty directory that receives the resulting tree (kept_tree.h); not owned, -1 for none.
   int keep_fd = -1;
 };
 
-// Plays the host in a private root made from the plan's tree, in a child process, and returns what
-// happened. A step that could not be completed has its `error` set and is the last one. Fails if
-// the library cannot be loaded or cannot tell the lines that the plan asks for, the kernel refuses
-// the private root, the child is ended by a signal, the boot takes longer than the plan allows (the
-// error names the file that it waits for), or the resulting tree cannot be kept.
-android::base::Result<BootRecord> RunBoot(const BootPlan& plan);
+// What is asked of a boot: is called where its record is, in the process of the boot and in its
+// private root, as the boot left it. May throw.
+using Digest = std::function<nlohmann::json(const BootRecord& record)>;
 
-// The same, but returns what `digest` makes of the record, for which it is called in the child
-// process: for a caller that wants less than the whole.
-android::base::Result<std::string> RunBootFor(
-    const BootPlan& plan, const std::function<std::string(const BootRecord& record)>& digest);
+// A boot that goes on in a process of its own.
+class StartedBoot {
+ public:
+  // Plays the host in a private root made from the plan's tree. A step that could not be completed
+  // has its `error` set and is the record's last one. Fails if the library cannot be loaded or
+  // cannot tell the lines that the plan asks for.
+  static android::base::Result<StartedBoot> Start(const BootPlan& plan, const Digest& digest);
 
-// Plays those of the plan's first steps that fill maps, in this process, and goes on from there in
-// every boot that this process makes of `*plan` afterwards. The properties and `prepare` may still
-// change, as long as no such step depends on them. Returns false, and has done nothing, where the
-// kernel does not allow it or there is no such step; a process that could not go on is ended. For a
-// process of its own that makes many boots.
-bool PlayFirstSteps(BootPlan* plan);
+  // Waits for the boot and returns what the digest returned. Fails if the kernel refuses the
+  // private root, the process is ended by a signal, the boot takes longer than the plan allows (the
+  // error names the file that it waits for), the resulting tree cannot be kept, or the digest
+  // throws. To be called once; a process that was forked since may call it in place of this one.
+  android::base::Result<nlohmann::json> Finish();
+
+ private:
+  explicit StartedBoot(sandbox::RootProcess process) : process_(std::move(process)) {}
+
+  sandbox::RootProcess process_;
+};
+
+// Starts a boot and finishes it.
+android::base::Result<nlohmann::json> RunBoot(const BootPlan& plan, const Digest& digest);
 
 // Is told why a boot is given up, on a thread of its own; has to end the process.
-using GiveUp = void (*)(const std::string& error);
+using GiveUp = std::function<void(const std::string& error)>;
 
 // Plays the host in this very process and its root, whatever tree the plan names. Once per process.
 // Calls `give_up` where the boot takes longer than the plan allows.
-BootRecord PlayHost(const BootPlan& plan, Factory factory, GiveUp give_up);
+BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& give_up);
 
 }  // namespace extprop

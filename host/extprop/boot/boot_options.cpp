@@ -1,6 +1,5 @@
 #include "host/extprop/boot/boot_options.h"
 
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 #include <unistd.h>
 
@@ -21,196 +20,142 @@ namespace {
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
-using Order = BootOptions::Order;
+using Texts = std::vector<std::string>;
 
-// An option that may be repeated; its values keep their order among all such options.
-CLI::Option* AddRepeated(CLI::App* command, const std::string& name, const std::string& help,
-                         const char* value, const std::function<void(const std::string&)>& take) {
-  return command
-      ->add_option(
-          name,
-          [take](const CLI::results_t& values) {
-            take(values.back());
-            return true;
-          },
-          help)
-      ->type_name(value)
+using Parse = std::function<Result<void>(const std::string& value)>;
+
+// An option that may be repeated, with one value each time.
+void AddRepeated(CLI::App* command, const char* name, Texts* values) {
+  command->add_option(name, *values)
       ->expected(1)
-      ->trigger_on_parse();
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-bool IsAmong(const std::vector<std::string>& words, const std::string& word) {
-  return std::find(words.begin(), words.end(), word) != words.end();
+// The same where the values are understood at once, in their order among other options.
+void AddParsed(CLI::App* command, const std::string& name, const Parse& parse) {
+  const auto take = [name, parse](const std::string& value) {
+    Result<void> parsed = parse(value);
+    if (!parsed.ok()) throw CLI::ValidationError(name + " " + value, parsed.error().message());
+  };
+  command->add_option_function<std::string>(name, take)->trigger_on_parse();
 }
 
-Result<PlannedStep> PlanCall(const std::string& text) {
+Result<void> RequireAmong(const Texts& words, const std::string& word) {
+  if (std::find(words.begin(), words.end(), word) != words.end()) return {};
+  return Error() << "not one of " << android::base::Join(words, ", ");
+}
+
+Result<void> AddCall(const std::string& text, std::vector<PlannedStep>* steps) {
   const size_t equals = text.find('=');
+  const bool has_argument = equals != std::string::npos;
   const std::string name = text.substr(0, equals);
-  PlannedStep step;
-  step.loader = FindLoader(name, equals != std::string::npos);
-  if (step.loader != nullptr) {
-    if (equals != std::string::npos) step.argument = text.substr(equals + 1);
-    const auto& words = step.loader->words;
-    if (words.empty() || IsAmong(words, step.argument)) return step;
-    return Error() << "not one of " << android::base::Join(words, ", ");
+  const std::string argument = has_argument ? text.substr(equals + 1) : "";
+  const Loader* loader = FindLoader(name, has_argument);
+  if (loader == nullptr) {
+    if (FindLoader(name, !has_argument) == nullptr) return Error() << "no such loader";
+    return Error() << (has_argument ? "it takes no argument" : "it needs an argument");
   }
-  if (FindLoader(name, true) != nullptr) return Error() << "it needs an argument";
-  if (FindLoader(name, false) != nullptr) return Error() << "it takes no argument";
-  return Error() << "no such loader";
+  steps->push_back({loader, argument});
+  return loader->words.empty() ? Result<void>() : RequireAmong(loader->words, argument);
 }
 
 bool StartsThread(const PlannedStep& step) {
   return step.loader == FindLoader("service", true) && step.argument == "check_mount";
 }
 
-Result<std::vector<PlannedStep>> PlanSteps(const BootOptions& options) {
-  std::vector<PlannedStep> steps;
-  bool default_order = true;
-  bool has_thread = false;
-  for (const auto& [order, text] : options.steps) {
-    if (order == Order::kPost) {
-      if (!IsAmong(RequestWords(), text)) {
-        return Error() << "--post " << text << ": not one of "
-                       << android::base::Join(RequestWords(), ", ");
-      }
-      if (!has_thread) steps.push_back({FindLoader("service", true), "check_mount"});
-      has_thread = true;
-      steps.push_back({nullptr, text});
-      continue;
-    }
-    Result<PlannedStep> step = PlanCall(text);
-    if (!step.ok()) return Error() << "--call " << text << ": " << step.error();
-    if (step->loader->of_default_order) default_order = false;
-    if (StartsThread(*step)) has_thread = true;
-    steps.push_back(*step);
+// A request needs the bind thread.
+Result<void> AddPost(const std::string& word, std::vector<PlannedStep>* steps) {
+  if (std::none_of(steps->begin(), steps->end(), StartsThread)) {
+    steps->push_back({FindLoader("service", true), "check_mount"});
   }
-  if (!default_order) return steps;
-  std::vector<PlannedStep> all;
-  for (const char* name : {"partitions", "persist", "cota"}) {
-    all.push_back({FindLoader(name, false), ""});
-  }
-  all.insert(all.end(), steps.begin(), steps.end());
-  return all;
+  steps->push_back({nullptr, word});
+  return RequireAmong(RequestWords(), word);
 }
 
-// In the order in which the later replaces the earlier.
-Result<Properties> GivenProperties(const BootOptions& options, const Properties& stored) {
-  Properties given;
-  if (!options.property_files.empty()) {
-    Result<Factory> library = LoadLibrary(options.library);
-    if (!library.ok()) return library.error();
-    for (const std::string& file : options.property_files) {
-      Result<void> read = ReadProperties(file, *library, &given);
-      if (!read.ok()) return read.error();
-    }
+Result<void> OpenDevice(const BootOptions& options, BootPlan* plan) {
+  Result<void> stored = ReadStored(options.tree, &plan->properties);
+  if (!stored.ok()) return stored;
+  Result<DeviceTree> device = OpenTree(options.tree, options.partitions);
+  if (!device.ok()) return device.error();
+  if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
+    return ErrnoError() << "--library " << options.library;
   }
-  for (const auto& [name, value] : stored) given[name] = value;
-  for (const std::string& assignment : options.assignments) {
-    Result<void> parsed = ParseAssignment(assignment, &given);
-    if (!parsed.ok()) return Error() << "--set " << assignment << ": " << parsed.error();
-  }
-  return given;
-}
-
-Result<void> AddPhone(const std::string& file, BootPlan* plan) {
-  Properties phone;
-  Result<void> read = ReadPhone(file, &phone);
-  if (!read.ok()) return read;
-  Result<Properties> beneath = BootsWith(phone, *plan);
-  if (!beneath.ok()) return beneath.error();
-  plan->properties.insert(beneath->begin(), beneath->end());
+  plan->tree = options.tree;
+  plan->device = std::move(*device);
+  plan->library = options.library;
+  plan->timeout = std::chrono::seconds(options.timeout);
   return {};
 }
 
-std::string Words(const char* of, const std::vector<std::string>& words) {
-  std::string text = std::string(of) + " is one of:\n";
-  for (const std::string& word : words) text += "  " + word + "\n";
-  return text;
+Result<void> PlanSteps(const BootOptions& options, BootPlan* plan) {
+  const bool is_default = std::none_of(
+      options.steps.begin(), options.steps.end(),
+      [](const auto& step) { return step.loader != nullptr && step.loader->of_default_order; });
+  for (const char* name : {"partitions", "persist", "cota"}) {
+    if (is_default) plan->steps.push_back({FindLoader(name, false), ""});
+  }
+  plan->steps.insert(plan->steps.end(), options.steps.begin(), options.steps.end());
+  return {};
 }
 
-Result<void> ChooseCarriers(const std::vector<CarrierChoice>& carriers, BootPlan* plan) {
-  if (carriers.empty()) return {};
+// A later one replaces an earlier one; what the tree has stored, which is there, those of files.
+Result<void> GiveProperties(const BootOptions& options, BootPlan* plan) {
+  Properties of_files;
+  for (const std::string& file : options.property_files) {
+    Result<void> read = ReadProperties(file, options.library, &of_files);
+    if (!read.ok()) return read;
+  }
+  plan->properties.insert(of_files.begin(), of_files.end());
+  for (const std::string& assignment : options.assignments) {
+    Result<void> parsed = ParseAssignment(assignment, &plan->properties);
+    if (!parsed.ok()) return Error() << "--set " << assignment << ": " << parsed.error();
+  }
+  return {};
+}
+
+Result<void> GivePhone(const BootOptions& options, BootPlan* plan) {
+  if (options.phone.empty()) return {};
+  Result<void> given = GiveFromPhone(options.phone, plan);
+  if (!given.ok()) return Error() << "--phone " << given.error();
+  return {};
+}
+
+Result<void> ChooseCarriers(const BootOptions& options, BootPlan* plan) {
+  if (options.carriers.empty()) return {};
   Result<std::vector<CarrierKey>> keys = FindCarrierKeys(*plan);
   if (!keys.ok()) return keys.error();
-  for (const std::string& doubt : Doubts(carriers, *keys)) {
+  for (const std::string& doubt : Doubts(options.carriers, *keys)) {
     fprintf(stderr, "extprop: warning: --carrier %s\n", doubt.c_str());
   }
-  Result<void> chosen = PutInForce(carriers, plan);
+  Result<void> chosen = PutInForce(options.carriers, plan);
   if (!chosen.ok()) return Error() << "--carrier: " << chosen.error();
   return {};
 }
 
 }  // namespace
 
-void AddCarrierOption(CLI::App* command, const std::string& name, const std::string& help,
+void AddCarrierOption(CLI::App* command, const std::string& name,
                       std::vector<CarrierChoice>* choices) {
-  AddRepeated(command, name, help, "KIND=KEY", [name, choices](const std::string& value) {
+  AddParsed(command, name, [choices](const std::string& value) -> Result<void> {
     Result<CarrierChoice> choice = ParseCarrierChoice(value);
-    if (!choice.ok()) {
-      throw CLI::ValidationError(name + " " + value, choice.error().message());
-    }
+    if (!choice.ok()) return choice.error();
     choices->push_back(*choice);
+    return {};
   });
 }
 
-std::string StepHelp() {
-  return "extprop help boot tells in which order the loaders are called, and their names and "
-         "words.\n";
-}
-
-std::string LoaderHelp() {
-  std::string help =
-      "The default order is partitions, persist, cota. Naming a loader other than service and "
-      "media\n"
-      "replaces it; those two and posts alone come after it. A post needs the bind thread, which "
-      "is\n"
-      "started first where no service=check_mount does it. LOADER is one of:\n";
-  for (const Loader& loader : Loaders()) {
-    std::string name = loader.name;
-    if (loader.argument != nullptr) name += std::string("=") + loader.argument;
-    help += android::base::StringPrintf("  %-18s%s\n", name.c_str(), loader.help);
-  }
-  for (const Loader& loader : Loaders()) {
-    if (!loader.words.empty()) help += Words(loader.argument, loader.words);
-  }
-  return help + Words("WORD", RequestWords());
-}
-
-CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options) {
-  CLI::Option* tree =
-      command->add_option("DIR", options->tree, "The device's files: an extracted system image")
-          ->required()
-          ->type_name("");
-  AddRepeated(command, "--partition",
-              "Where a partition lies that is not in DIR: a directory or an image", "NAME=DIR|IMG",
-              [options](const std::string& value) { options->partitions.push_back(value); });
-  command
-      ->add_option("--phone", options->phone,
-                   "A running phone's getprop or bugreport: boot with what it booted with")
-      ->type_name("FILE");
-  AddRepeated(command, "--props",
-              "Properties to boot with: a build.prop, or what getprop prints; - is the standard "
-              "input",
-              "FILE",
-              [options](const std::string& value) { options->property_files.push_back(value); });
-  AddRepeated(command, "--set", "One more property to boot with, after all files", "NAME=VALUE",
-              [options](const std::string& value) { options->assignments.push_back(value); });
-  AddCarrierOption(command, "--carrier",
-                   "Boot as set up for a carrier: first, current, channel, nv, ssv, operator or "
-                   "vmcarrier, and its key",
-                   &options->carriers);
-  AddRepeated(
-      command, "--call", "Call a loader", "LOADER[=ARGUMENT]",
-      [options](const std::string& value) { options->steps.emplace_back(Order::kCall, value); });
-  AddRepeated(
-      command, "--post", "Post a request to the bind thread, wait until it is served", "WORD",
-      [options](const std::string& value) { options->steps.emplace_back(Order::kPost, value); });
-  command->add_option("--library", options->library, "The libextproperty.so to load")
-      ->type_name("FILE");
-  command->add_option("--timeout", options->timeout, "Give up a boot that takes longer")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1U, 86400U).description(""));
-  return tree;
+void AddBootOptions(CLI::App* command, BootOptions* options) {
+  command->add_option("DIR", options->tree)->required();
+  AddRepeated(command, "--partition", &options->partitions);
+  command->add_option("--phone", options->phone);
+  AddRepeated(command, "--props", &options->property_files);
+  AddRepeated(command, "--set", &options->assignments);
+  AddCarrierOption(command, "--carrier", &options->carriers);
+  auto* steps = &options->steps;
+  AddParsed(command, "--call", [steps](const auto& text) { return AddCall(text, steps); });
+  AddParsed(command, "--post", [steps](const auto& word) { return AddPost(word, steps); });
+  command->add_option("--library", options->library);
+  command->add_option("--timeout", options->timeout)->check(CLI::Range(1U, 86400U).description(""));
 }
 
 Result<BootOptions> ParseBootOptions(int argc, char** argv) {
@@ -226,32 +171,12 @@ Result<BootOptions> ParseBootOptions(int argc, char** argv) {
 }
 
 Result<BootPlan> MakePlan(const BootOptions& options) {
-  Properties stored;
-  Result<void> whole = ReadStored(options.tree, &stored);
-  if (!whole.ok()) return whole.error();
-  Result<DeviceTree> device = OpenTree(options.tree, options.partitions);
-  if (!device.ok()) return device.error();
-  if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
-    return ErrnoError() << "--library " << options.library;
-  }
   BootPlan plan;
-  plan.tree = options.tree;
-  plan.device = std::move(*device);
-  plan.library = options.library;
-  plan.timeout = std::chrono::seconds(options.timeout);
-  Result<std::vector<PlannedStep>> steps = PlanSteps(options);
-  if (!steps.ok()) return steps.error();
-  plan.steps = *steps;
-  Result<Properties> given = GivenProperties(options, stored);
-  if (!given.ok()) return given.error();
-  plan.properties = *given;
-  // Last, as it boots with all the rest.
-  if (!options.phone.empty()) {
-    Result<void> added = AddPhone(options.phone, &plan);
-    if (!added.ok()) return Error() << "--phone " << added.error();
+  // A phone's properties depend on what a boot without them does, a carrier's on all others.
+  for (const auto part : {OpenDevice, PlanSteps, GiveProperties, GivePhone, ChooseCarriers}) {
+    Result<void> done = part(options, &plan);
+    if (!done.ok()) return done.error();
   }
-  Result<void> chosen = ChooseCarriers(options.carriers, &plan);
-  if (!chosen.ok()) return chosen.error();
   return plan;
 }
 

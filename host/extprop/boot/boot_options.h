@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
@@ -11,12 +10,11 @@
 
 namespace CLI {
 class App;
-class Option;
-}  // namespace CLI
+}
 
 namespace extprop {
 
-// What the command line says about a boot, as it stands there.
+// What the command line says about a boot.
 struct BootOptions {
   std::string tree;
   std::vector<std::string> partitions;  // NAME=DIR|IMG
@@ -25,24 +23,17 @@ struct BootOptions {
   std::vector<std::string> property_files;
   std::vector<std::string> assignments;
   std::vector<CarrierChoice> carriers;
-  enum class Order { kCall, kPost };
-  std::vector<std::pair<Order, std::string>> steps;
-  unsigned timeout = 30;  // in seconds
+  std::vector<PlannedStep> steps;  // those that are named; the default order may come before them
+  unsigned timeout = 30;           // in seconds
 };
 
-// Gives `command` the options that describe a boot; parsing stores them in `*options`.
-// Returns the one for the tree, which is required.
-CLI::Option* AddBootOptions(CLI::App* command, BootOptions* options);
-
-// Tells which steps a boot takes and lists the loaders and words, for the end of boot's help text.
-std::string LoaderHelp();
+// Gives `command` the options that describe a boot, the tree being required; parsing stores them in
+// `*options`. They have no help texts.
+void AddBootOptions(CLI::App* command, BootOptions* options);
 
 // Gives `command` an option for carrier choices; each use of it adds one to `*choices`.
-void AddCarrierOption(CLI::App* command, const std::string& name, const std::string& help,
+void AddCarrierOption(CLI::App* command, const std::string& name,
                       std::vector<CarrierChoice>* choices);
-
-// Tells where that is, for the help texts of the other commands.
-std::string StepHelp();
 
 // Parses a command line that consists of these options alone. The error is the parser's message.
 android::base::Result<BootOptions> ParseBootOptions(int argc, char** argv);

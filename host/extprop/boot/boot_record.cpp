@@ -1,7 +1,23 @@
 #include "host/extprop/boot/boot_record.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
-#include <type_traits>
+
+namespace android::init {
+
+NLOHMANN_JSON_SERIALIZE_ENUM(PropertyLineOutcome,
+                             {{PropertyLineOutcome::kBlank, "blank"},
+                              {PropertyLineOutcome::kNoProperty, "no_property"},
+                              {PropertyLineOutcome::kFiltered, "filtered"},
+                              {PropertyLineOutcome::kSet, "set"},
+                              {PropertyLineOutcome::kReplaced, "replaced"},
+                              {PropertyLineOutcome::kSameAgain, "same_again"},
+                              {PropertyLineOutcome::kImportFollowed, "followed"},
+                              {PropertyLineOutcome::kImportMissing, "missing"},
+                              {PropertyLineOutcome::kImportRefused, "refused"},
+                              {PropertyLineOutcome::kImportNotExpandable, "not_expandable"}})
+
+}  // namespace android::init
 
 namespace extprop {
 
@@ -21,82 +37,78 @@ NLOHMANN_JSON_SERIALIZE_ENUM(FileOp, {{FileOp::kRead, "read"},
                                       {FileOp::kAccess, "access"},
                                       {FileOp::kList, "list"}})
 
-namespace {
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Entry, name, value, old, refused)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HandOver, mode, entries)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogLine, severity, message, file, line)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, type, size, mode, uid, gid)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileEvent, op, path, error, existed, content, after)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MountEvent, source, target, flags, error)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertySet, name, value, old, refused)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertyLine, file, line, outcome, name, value, text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileChange, change, path, after)
 
-// The names of the variant's alternatives, in its order.
-constexpr const char* kEventNames[] = {"hand_over", "log", "file", "mount", "property_set", "line"};
-
-const char* OutcomeName(LineOutcome outcome) {
-  constexpr const char* kNames[] = {"blank",    "no_property",   "filtered", "set",
-                                    "replaced", "same_again",    "followed", "missing",
-                                    "refused",  "not_expandable"};
-  return kNames[static_cast<size_t>(outcome)];
-}
-
-template <typename T>
-json Value(const T& value);
-
-template <typename T>
-json Fields(const T& value) {
-  json object = json::object();
-  std::apply(
-      [&](const auto&... field) { ((object[field.first] = Value(value.*field.second)), ...); },
-      FieldsOf(&value));
-  return object;
-}
-
-template <typename T>
-json List(const std::vector<T>& items) {
-  json list = json::array();
-  for (const T& item : items) list.push_back(Value(item));
-  return list;
-}
-
-json EventValue(const Event& event) {
-  json object = std::visit([](const auto& what) { return Fields(what); }, event.what);
-  object["event"] = kEventNames[event.what.index()];
+// NOLINTNEXTLINE(readability-identifier-naming): the name is the JSON library's
+void to_json(json& object, const Event& event) {
+  // The names of the variant's alternatives, in its order.
+  constexpr const char* kNames[] = {"hand_over", "log", "file", "mount", "property_set", "line"};
+  object = std::visit([](const auto& what) { return json(what); }, event.what);
+  object["event"] = kNames[event.what.index()];
   object["thread"] = event.thread;
-  return object;
 }
 
-template <typename T>
-struct IsVector : std::false_type {};
-template <typename T>
-struct IsVector<std::vector<T>> : std::true_type {};
-
-template <typename T>
-json Value(const T& value) {
-  if constexpr (std::is_same_v<T, Event>) {
-    return EventValue(value);
-  } else if constexpr (std::is_same_v<T, LineOutcome>) {
-    return OutcomeName(value);
-  } else if constexpr (IsVector<T>::value) {
-    return List(value);
-  } else if constexpr (std::is_class_v<T> && !std::is_same_v<T, std::string> &&
-                       !std::is_same_v<T, Properties>) {
-    return Fields(value);
-  } else if constexpr (std::is_same_v<T, std::size_t>) {
-    return value == kNoImporter ? json() : json(value);
-  } else {
-    return value;
-  }
+// NOLINTNEXTLINE(readability-identifier-naming)
+void to_json(json& object, const Step& step) {
+  object = {{"post", step.post},
+            {"name", step.name},
+            {"argument", step.argument},
+            {"error", step.error},
+            {"events", step.events}};
 }
 
-}  // namespace
+// NOLINTNEXTLINE(readability-identifier-naming)
+void to_json(json& object, const PropertyFile& file) {
+  const bool outermost = file.importer == kNoImporter;
+  object = {{"path", file.path},     {"device_path", file.device_path},
+            {"filter", file.filter}, {"error", file.error},
+            {"step", file.step},     {"importer", outermost ? json() : json(file.importer)},
+            {"map", file.map}};
+}
 
 json ToJson(const BootRecord& record) {
-  return Value(record);
+  return {{"initial", record.initial},       {"refused", record.refused},
+          {"steps", record.steps},           {"property_files", record.property_files},
+          {"properties", record.properties}, {"files", record.files}};
 }
 
-std::string JsonText(const json& from) {
-  return from.dump(2, ' ', false, json::error_handler_t::replace);
+std::string JsonText(const json& from, int indent) {
+  return from.dump(indent, ' ', false, json::error_handler_t::replace);
 }
 
-const PropertyFile& OutermostFile(const BootRecord& record, std::size_t file) {
+std::size_t OutermostFile(const BootRecord& record, std::size_t file) {
   while (record.property_files[file].importer != kNoImporter) {
     file = record.property_files[file].importer;
   }
-  return record.property_files[file];
+  return file;
+}
+
+const Entry* FindEntry(const HandOver& hand_over, std::string_view name) {
+  const auto& entries = hand_over.entries;  // in the order of a map
+  const auto entry = std::lower_bound(
+      entries.begin(), entries.end(), name,
+      [](const Entry& each, std::string_view wanted) { return each.name < wanted; });
+  return entry == entries.end() || entry->name != name ? nullptr : &*entry;
+}
+
+bool Sets(const PropertyLine& line) {
+  return line.outcome == LineOutcome::kSet || line.outcome == LineOutcome::kReplaced ||
+         line.outcome == LineOutcome::kSameAgain;
+}
+
+std::string ErrorOf(const BootRecord& record) {
+  for (const Step& step : record.steps) {
+    if (!step.error.empty()) return step.name + ": " + step.error;
+  }
+  return "";
 }
 
 }  // namespace extprop

@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <tuple>
-#include <utility>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -15,7 +14,7 @@
 #include "extproperty/property_file_observer.h"
 
 // What one boot did, in order. Every command of the tool answers from this record, and `--json`
-// prints it; docs and other programs may rely on the names, which are those of the members.
+// prints it under the names of the members; docs and other programs may rely on them.
 namespace extprop {
 
 using Properties = std::map<std::string, std::string>;
@@ -140,81 +139,41 @@ struct BootRecord {
   std::vector<FileChange> files;
 };
 
-// The members of each type by name: what JSON shows and what goes between processes.
-constexpr auto FieldsOf(const Entry*) {
-  return std::make_tuple(std::pair("name", &Entry::name), std::pair("value", &Entry::value),
-                         std::pair("old", &Entry::old), std::pair("refused", &Entry::refused));
-}
-constexpr auto FieldsOf(const HandOver*) {
-  return std::make_tuple(std::pair("mode", &HandOver::mode),
-                         std::pair("entries", &HandOver::entries));
-}
-constexpr auto FieldsOf(const LogLine*) {
-  return std::make_tuple(std::pair("severity", &LogLine::severity),
-                         std::pair("message", &LogLine::message), std::pair("file", &LogLine::file),
-                         std::pair("line", &LogLine::line));
-}
-constexpr auto FieldsOf(const FileState*) {
-  return std::make_tuple(std::pair("type", &FileState::type), std::pair("size", &FileState::size),
-                         std::pair("mode", &FileState::mode), std::pair("uid", &FileState::uid),
-                         std::pair("gid", &FileState::gid));
-}
-constexpr auto FieldsOf(const FileEvent*) {
-  return std::make_tuple(
-      std::pair("op", &FileEvent::op), std::pair("path", &FileEvent::path),
-      std::pair("error", &FileEvent::error), std::pair("existed", &FileEvent::existed),
-      std::pair("content", &FileEvent::content), std::pair("after", &FileEvent::after));
-}
-constexpr auto FieldsOf(const MountEvent*) {
-  return std::make_tuple(
-      std::pair("source", &MountEvent::source), std::pair("target", &MountEvent::target),
-      std::pair("flags", &MountEvent::flags), std::pair("error", &MountEvent::error));
-}
-constexpr auto FieldsOf(const PropertySet*) {
-  return std::make_tuple(
-      std::pair("name", &PropertySet::name), std::pair("value", &PropertySet::value),
-      std::pair("old", &PropertySet::old), std::pair("refused", &PropertySet::refused));
-}
-constexpr auto FieldsOf(const PropertyLine*) {
-  return std::make_tuple(
-      std::pair("file", &PropertyLine::file), std::pair("line", &PropertyLine::line),
-      std::pair("outcome", &PropertyLine::outcome), std::pair("name", &PropertyLine::name),
-      std::pair("value", &PropertyLine::value), std::pair("text", &PropertyLine::text));
-}
-constexpr auto FieldsOf(const Event*) {
-  return std::make_tuple(std::pair("thread", &Event::thread), std::pair("what", &Event::what));
-}
-constexpr auto FieldsOf(const Step*) {
-  return std::make_tuple(std::pair("post", &Step::post), std::pair("name", &Step::name),
-                         std::pair("argument", &Step::argument), std::pair("error", &Step::error),
-                         std::pair("events", &Step::events));
-}
-constexpr auto FieldsOf(const FileChange*) {
-  return std::make_tuple(std::pair("change", &FileChange::change),
-                         std::pair("path", &FileChange::path),
-                         std::pair("after", &FileChange::after));
-}
-constexpr auto FieldsOf(const PropertyFile*) {
-  return std::make_tuple(
-      std::pair("path", &PropertyFile::path), std::pair("device_path", &PropertyFile::device_path),
-      std::pair("filter", &PropertyFile::filter), std::pair("error", &PropertyFile::error),
-      std::pair("step", &PropertyFile::step), std::pair("importer", &PropertyFile::importer),
-      std::pair("map", &PropertyFile::map));
-}
-constexpr auto FieldsOf(const BootRecord*) {
-  return std::make_tuple(
-      std::pair("initial", &BootRecord::initial), std::pair("refused", &BootRecord::refused),
-      std::pair("steps", &BootRecord::steps),
-      std::pair("property_files", &BootRecord::property_files),
-      std::pair("properties", &BootRecord::properties), std::pair("files", &BootRecord::files));
-}
-
 nlohmann::json ToJson(const BootRecord& record);
 
-// Returns `json` as indented text; bytes that are not UTF-8 become U+FFFD.
-std::string JsonText(const nlohmann::json& json);
+// Returns `json` as text, on one line where `indent` is -1; bytes that are not UTF-8 become U+FFFD.
+std::string JsonText(const nlohmann::json& json, int indent = 2);
 
-// Returns the file that is read when no import led to it: the one at the head of `file`'s imports.
-const PropertyFile& OutermostFile(const BootRecord& record, std::size_t file);
+// Returns the index of the file at the head of the imports that led to `file`: a loader's own.
+std::size_t OutermostFile(const BootRecord& record, std::size_t file);
+
+// Returns the entry of that name, or null.
+const Entry* FindEntry(const HandOver& hand_over, std::string_view name);
+
+// Returns whether the line gives a property, or a mapping, to the map that is read into.
+bool Sets(const PropertyLine& line);
+
+// Returns the events of type What, in order.
+template <typename What>
+std::vector<const What*> Only(const std::vector<Event>& events) {
+  std::vector<const What*> found;
+  for (const Event& event : events) {
+    if (const What* what = std::get_if<What>(&event.what)) found.push_back(what);
+  }
+  return found;
+}
+
+// Returns those of a whole boot.
+template <typename What>
+std::vector<const What*> Only(const BootRecord& boot) {
+  std::vector<const What*> found;
+  for (const Step& step : boot.steps) {
+    for (const What* what : Only<What>(step.events)) found.push_back(what);
+  }
+  return found;
+}
+
+// Returns why the boot ended early, as "STEP: ERROR"; empty where it did not.
+std::string ErrorOf(const BootRecord& record);
 
 }  // namespace extprop

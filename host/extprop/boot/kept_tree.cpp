@@ -39,15 +39,13 @@ Result<void> KeepTree(int to, bool with_proc, const BootRecord& record) {
   if (root < 0) return ErrnoError() << "cannot reach the resulting tree";
   Result<void> done = WriteNew(to, kIncompleteFile, "");
   if (!done.ok()) return done;
-  std::vector<std::string> excluded = {kStoredFile};
+  std::vector<std::string> excluded = {kStoredFile}, unreadable;
   if (!with_proc) excluded.emplace_back("proc");
-  std::vector<std::string> unreadable;
   done = sandbox::CopyTree(root, to, excluded, &unreadable);
   for (const std::string& path : unreadable) {
     fprintf(stderr, "extprop: warning: not kept, as it cannot be read: /%s\n", path.c_str());
   }
-  if (!done.ok()) return done;
-  done = WriteNew(to, kStoredFile, StoredText(record));
+  if (done.ok()) done = WriteNew(to, kStoredFile, StoredText(record));
   if (!done.ok()) return done;
   if (unlinkat(to, kIncompleteFile, 0) != 0) return ErrnoError() << "cannot complete it";
   return {};
@@ -58,8 +56,7 @@ Result<void> ReadStored(const std::string& tree, Properties* properties) {
     return Error() << tree << ": not a whole tree: the boot that was to keep it was interrupted";
   }
   const std::string stored = tree + "/" + kStoredFile;
-  if (access(stored.c_str(), F_OK) != 0) return {};
-  return ReadPrinted(stored, properties);
+  return access(stored.c_str(), F_OK) == 0 ? ReadPrinted(stored, properties) : Result<void>();
 }
 
 }  // namespace extprop

@@ -24,20 +24,41 @@ std::string Find() {
   return kLibraryName;
 }
 
+#define STRING "NSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
+
+template <typename Symbol>
+void Resolve(void* library, const char* name, Symbol* symbol) {
+  *symbol = reinterpret_cast<Symbol>(dlsym(library, name));
+}
+
 }  // namespace
 
-android::base::Result<Factory> LoadLibrary(const std::string& path) {
+android::base::Result<Library> LoadLibrary(const std::string& path) {
   // The device's C library knows no other encoding. Set here, as a private root hides the locale.
   if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
     return android::base::Error() << "the locale C.UTF-8 is missing (of the package libc-bin)";
   }
   const std::string name = path.empty() ? Find() : path;
-  void* library = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();
-  void* symbol = dlsym(library, "KSSI_FETCH_IInitExtensionProperty");
-  if (symbol == nullptr) return android::base::Error() << name << " has no factory: " << dlerror();
+  void* handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();
+  Library library = {};
+  Resolve(handle, "KSSI_FETCH_IInitExtensionProperty", &library.factory);
+  if (library.factory == nullptr)
+    return android::base::Error() << name << " has no factory: " << dlerror();
+  Resolve(handle, "KSSI_OBSERVE_PropertyFiles", &library.KSSI_OBSERVE_PropertyFiles);
+  Resolve(handle,
+          "_ZN7android4init36load_properties_from_file_without_seEPKcS2_PSt3mapI" STRING
+          "S9_St4lessIS9_ESaISt4pairIKS9_S9_EEE",
+          &library.load_properties_from_file_without_se);
+  Resolve(handle, "_ZN7android4init19IsLegalPropertyNameERK" STRING, &library.IsLegalPropertyName);
+  Resolve(handle, "_ZN7android4init20IsLegalPropertyValueERK" STRING "S8_",
+          &library.IsLegalPropertyValue);
+  Resolve(handle, "_ZN7android4init15load_old_nv_keyEP" STRING "S7_", &library.load_old_nv_key);
+  Resolve(handle, "_ZN7android4init16read_old_ssv_keyEP" STRING, &library.read_old_ssv_key);
+  Resolve(handle, "_ZN7android4init23ExtensionPartitionRootsB5cxx11E",
+          &library.ExtensionPartitionRoots);
   setlocale(LC_CTYPE, "C.UTF-8");
-  return reinterpret_cast<Factory>(symbol);
+  return library;
 }
 
 }  // namespace extprop

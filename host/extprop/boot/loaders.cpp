@@ -24,77 +24,54 @@ void Partition(Service* service, const std::string& root, Callback callback) {
   callback(kFilledMap, std::move(map));
 }
 
+void Persist(Service* service, const std::string&, Callback callback) {
+  service->loadPersistOverrideProperties(callback);
+}
+
+void Cota(Service* service, const std::string&, Callback callback) {
+  service->loadCotaOverrideProperties(callback);
+}
+
+void Quasar(Service* service, const std::string&, Callback callback) {
+  service->loadQuasarOverrideProperties(callback);
+}
+
+void SimSwitch(Service* service, const std::string&, Callback callback) {
+  service->loadSimSwitchOverrideProperties(callback);
+}
+
+void SimSwitchAction(Service* service, const std::string& action, Callback callback) {
+  service->loadSimSwitchOverrideProperties(action, callback);
+}
+
+void CotaService(Service* service, const std::string& command, Callback callback) {
+  service->loadCotaServiceOverrideProperties(command, callback);
+}
+
+void Media(Service* service, const std::string& path, Callback) {
+  service->bindCustomizeMediaPath(path.c_str());
+}
+
 }  // namespace
 
 const std::vector<Loader>& Loaders() {
+  static const std::vector<std::string> actions = {"simSwitchFirst", "simSwitchCurrent",
+                                                   "updateDataCommonProp", "emptyAppchannelProp",
+                                                   "switchCarrierChannel"};
+  static const std::vector<std::string> commands = {"check_mount",      "mount_and_check_load",
+                                                    "mount_must_load",  "bind_basic_point",
+                                                    "update_cota_info", "module_bind_single"};
   static const std::vector<Loader> loaders = {
-      {"partitions", nullptr, {}, true, true, "build properties of all partitions", Partitions},
-      {"partition", "ROOT", {}, true, true, "those of one partition", Partition},
-      {"persist",
-       nullptr,
-       {},
-       true,
-       false,
-       "the boot loader: carrier state, company update, specials",
-       [](Service* service, const std::string&, Callback callback) {
-         service->loadPersistOverrideProperties(callback);
-       }},
-      {"cota",
-       nullptr,
-       {},
-       true,
-       false,
-       "properties of a verified COTA image",
-       [](Service* service, const std::string&, Callback callback) {
-         service->loadCotaOverrideProperties(callback);
-       }},
-      {"quasar",
-       nullptr,
-       {},
-       true,
-       false,
-       "the special edition's properties",
-       [](Service* service, const std::string&, Callback callback) {
-         service->loadQuasarOverrideProperties(callback);
-       }},
-      {"simswitch",
-       nullptr,
-       {},
-       true,
-       false,
-       "all carrier-dependent properties anew",
-       [](Service* service, const std::string&, Callback callback) {
-         service->loadSimSwitchOverrideProperties(callback);
-       }},
-      {"simswitch",
-       "ACTION",
-       {"simSwitchFirst", "simSwitchCurrent", "updateDataCommonProp", "emptyAppchannelProp",
-        "switchCarrierChannel"},
-       true,
-       false,
-       "one kind of carrier change",
-       [](Service* service, const std::string& action, Callback callback) {
-         service->loadSimSwitchOverrideProperties(action, callback);
-       }},
-      {"service",
-       "COMMAND",
-       {"check_mount", "mount_and_check_load", "mount_must_load", "bind_basic_point",
-        "update_cota_info", "module_bind_single"},
-       false,
-       false,
-       "a COTA service command; check_mount starts the bind thread",
-       [](Service* service, const std::string& command, Callback callback) {
-         service->loadCotaServiceOverrideProperties(command, callback);
-       }},
-      {"media",
-       "PATH",
-       {},
-       false,
-       false,
-       "bind the customised media directory onto PATH",
-       [](Service* service, const std::string& path, Callback /*callback*/) {
-         service->bindCustomizeMediaPath(path.c_str());
-       }},
+      {"partitions", nullptr, "build properties of all partitions", Partitions, true, true},
+      {"partition", "ROOT", "those of one partition", Partition, true, true},
+      {"persist", nullptr, "the boot loader: carrier state, company update, specials", Persist},
+      {"cota", nullptr, "properties of a verified COTA image", Cota},
+      {"quasar", nullptr, "the special edition's properties", Quasar},
+      {"simswitch", nullptr, "all carrier-dependent properties anew", SimSwitch},
+      {"simswitch", "ACTION", "one kind of carrier change", SimSwitchAction, true, false, actions},
+      {"service", "COMMAND", "a COTA service command; check_mount starts the bind thread",
+       CotaService, false, false, commands},
+      {"media", "PATH", "bind the customised media directory onto PATH", Media, false},
   };
   return loaders;
 }

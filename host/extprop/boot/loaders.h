@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,15 +11,16 @@ namespace extprop {
 // One way to call the library, as `--call` names it.
 struct Loader {
   const char* name;
-  const char* argument;            // what the help calls its argument; null where it takes none
-  std::vector<std::string> words;  // what the argument may be; empty for anything
+  const char* argument;  // what the help calls its argument; null where it takes none
+  const char* help;
+  std::function<void(android::init::IInitExtensionProperty* service, const std::string& argument,
+                     android::init::PropertyApplyCallback callback)>
+      call;
   // It belongs to the loaders that init runs by itself: naming one of them replaces the default
   // order, while any other is run after it.
-  bool of_default_order;
-  bool fills_map;  // it fills a map for init, before init loads what the device has stored
-  const char* help;
-  void (*call)(android::init::IInitExtensionProperty* service, const std::string& argument,
-               android::init::PropertyApplyCallback callback);
+  bool of_default_order = true;
+  bool fills_map = false;               // for init, before init loads what the device has stored
+  std::vector<std::string> words = {};  // what the argument may be; empty for anything
 };
 
 const std::vector<Loader>& Loaders();

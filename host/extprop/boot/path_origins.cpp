@@ -2,21 +2,35 @@
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
+#include <sys/stat.h>
 
 namespace extprop {
+
+// Directories have most of their way in common, so each name on it is looked at only once.
+const std::string& PathOrigins::RealDirectory(const std::string& directory) {
+  const auto [known, is_new] = directories_.try_emplace(directory);
+  std::string& real = known->second;
+  if (!is_new) return real;
+  const size_t above =
+      directory == "/" ? std::string::npos : directory.rfind('/', directory.size() - 2);
+  if (above != std::string::npos) {
+    const std::string name = directory.substr(above + 1, directory.size() - above - 2);
+    const std::string& parent = RealDirectory(directory.substr(0, above + 1));
+    struct stat about;
+    const bool is_plain = !name.empty() && name != "." && name != ".." && !parent.empty() &&
+                          lstat((parent + name).c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+    if (is_plain) return real = parent + name + "/";
+  }
+  if (android::base::Realpath(directory, &real) && real != "/") real += '/';
+  return real;
+}
 
 std::string PathOrigins::Find(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return path;
-  const std::string directory = path.substr(0, slash + 1);
-  auto known = directories_.find(directory);
-  if (known == directories_.end()) {
-    std::string real;
-    if (!android::base::Realpath(directory, &real)) return path;
-    if (real != "/") real += '/';
-    known = directories_.emplace(directory, real).first;
-  }
-  std::string real = known->second + path.substr(slash + 1);
+  std::string real = RealDirectory(path.substr(0, slash + 1));
+  if (real.empty()) return path;
+  real += path.substr(slash + 1);
   for (const auto& [target, source] : mounts_) {
     if (android::base::StartsWith(real, target)) return source + real.substr(target.size());
   }

@@ -19,6 +19,9 @@ class PathOrigins {
   void AddMount(const std::string& source, const std::string& target);
 
  private:
+  // Both end with a slash; empty where the directory leads nowhere.
+  const std::string& RealDirectory(const std::string& directory);
+
   std::map<std::string, std::string> directories_;           // found before
   std::vector<std::pair<std::string, std::string>> mounts_;  // target and source, the latest first
 };

@@ -5,7 +5,8 @@
 #include <set>
 #include <utility>
 
-#include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/library.h"
+#include "host/extprop/boot/property_input.h"
 #include "host/extprop/boot/recorder.h"
 
 namespace extprop {
@@ -24,10 +25,6 @@ const Names kComputed = {
     "sys.mount.mediapath.success",     kRequestProperty,
 };
 
-bool IsGiven(const std::string& name) {
-  return StartsWith(name, kStoredPrefix) || StartsWith(name, "ro.boot.");
-}
-
 // What the boot sets: all that is handed over but what only stood in a property before.
 Names SetBy(const BootRecord& record) {
   Names in_lines, set;
@@ -45,46 +42,50 @@ Names SetBy(const BootRecord& record) {
   return set;
 }
 
+// What is left of a phone's properties for a boot, without the names that it may not be given.
 Properties Without(const Names& names, const Properties& phone) {
   Properties rest;
   for (const auto& [name, value] : phone) {
-    if (IsGiven(name) || names.count(name) == 0) rest.emplace(name, value);
+    const bool is_given = StartsWith(name, kStoredPrefix) || StartsWith(name, "ro.boot.");
+    if (is_given || names.count(name) == 0) rest.emplace(name, value);
   }
   return rest;
 }
 
 }  // namespace
 
-Result<Properties> BootsWith(const Properties& phone, const BootPlan& plan) {
-  BootPlan trial = plan;
-  trial.keep_fd = -1;
-  Result<Factory> library = LoadLibrary(plan.library);
+Result<void> GiveFromPhone(const std::string& file, BootPlan* plan) {
+  Properties phone;
+  Result<void> read = ReadPhone(file, &phone);
+  if (!read.ok()) return read;
+  Result<Library> library = LoadLibrary(plan->library);
   if (!library.ok()) return library.error();
-  trial.lines = FindLibraryFunctions(*library).KSSI_OBSERVE_PropertyFiles != nullptr;
+  BootPlan trial = *plan;
+  trial.lines = library->KSSI_OBSERVE_PropertyFiles != nullptr;
 
   // The more a boot is given, the more it may set; what it sets is not given to the next one.
-  Names all, set;
-  for (const auto& [name, value] : phone) all.insert(name);
-  Properties given = Without(all, phone);
-  for (bool more = true; more;) {
-    trial.properties = given;
-    for (const auto& [name, value] : plan.properties) trial.properties[name] = value;
-    Result<BootRecord> record = RunBoot(trial);
-    if (!record.ok()) return record.error();
-    set.merge(SetBy(*record));
-    Names left_out = kComputed;
+  Names left_out, set;
+  for (const auto& [name, value] : phone) left_out.insert(name);
+  Properties given, tried;
+  do {
+    tried = Without(left_out, phone);
+    trial.properties = plan->properties;
+    trial.properties.insert(tried.begin(), tried.end());
+    Result<nlohmann::json> set_by = RunBoot(trial, SetBy);
+    if (!set_by.ok()) return set_by.error();
+    set.merge(set_by->get<Names>());
+    left_out = kComputed;
     left_out.insert(set.begin(), set.end());
-    Properties next = Without(left_out, phone);
-    more = next != given;
-    given = std::move(next);
-  }
-  // Nothing here has computed these, so something else did.
+    given = Without(left_out, phone);
+  } while (given != tried);
+  // What nothing here has computed something else did.
+  set.insert(kRequestProperty);
   for (const std::string& name : kComputed) {
     const auto value = phone.find(name);
-    if (value != phone.end() && set.count(name) == 0 && name != kRequestProperty)
-      given.insert(*value);
+    if (value != phone.end() && set.count(name) == 0) given.insert(*value);
   }
-  return given;
+  plan->properties.insert(given.begin(), given.end());
+  return {};
 }
 
 }  // namespace extprop

@@ -7,16 +7,16 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 #include <vector>
 
-#include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/library.h"
 
 namespace extprop {
 
 namespace {
 
+using android::base::EndsWith;
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
@@ -24,25 +24,21 @@ using android::base::StartsWith;
 
 using Lines = std::vector<std::string>;
 
-Result<std::string> ReadInput(const std::string& path) {
-  static std::optional<std::string> standard_input;
-  std::string content;
-  if (path == "-") {
-    if (!standard_input && android::base::ReadFdToString(STDIN_FILENO, &content)) {
-      standard_input = std::move(content);
-    }
-    if (standard_input) return *standard_input;
-  } else if (android::base::ReadFileToString(path, &content, true)) {
-    return content;
-  }
-  return ErrnoError() << "cannot read " << path;
+bool ReadInput(const std::string& path, std::string* content) {
+  if (path != "-") return android::base::ReadFileToString(path, content, true);
+  static std::string standard_input;
+  static const bool was_read = android::base::ReadFdToString(STDIN_FILENO, &standard_input);
+  *content = standard_input;
+  return was_read;
 }
 
-Lines LinesOf(const std::string& content) {
+Result<Lines> ReadLines(const std::string& path) {
+  std::string content;
+  if (!ReadInput(path, &content)) return ErrnoError() << "cannot read " << path;
   Lines lines = android::base::Split(content, "\n");
   // adb shell ends lines with both.
   for (std::string& line : lines) {
-    if (android::base::EndsWith(line, "\r")) line.pop_back();
+    if (EndsWith(line, "\r")) line.pop_back();
   }
   return lines;
 }
@@ -56,39 +52,36 @@ bool BeginsEntry(const std::string& line) {
   return StartsWith(line, "[") && line.find("]: [") != std::string::npos;
 }
 
-// Whether an entry cannot go on behind line `at`, as it may where a value holds a line that ends in
-// "]".
-bool MustEnd(const Lines& lines, size_t at) {
-  if (!android::base::EndsWith(lines[at], "]")) return false;
-  const size_t next = at + 1;
-  return next == lines.size() || IsPassedOver(lines[next]) || BeginsEntry(lines[next]) ||
-         StartsWith(lines[next], "------");
+// Returns the line behind the entry that begins at line `first`, which itself is returned where
+// none does. A value may hold lines that end in "]", so what follows the entry's last one tells it.
+size_t EndOfEntry(const Lines& lines, size_t first) {
+  if (!BeginsEntry(lines[first])) return first;
+  for (size_t end = first + 1; end <= lines.size(); ++end) {
+    if (!EndsWith(lines[end - 1], "]")) continue;
+    if (end == lines.size() || IsPassedOver(lines[end]) || BeginsEntry(lines[end]) ||
+        StartsWith(lines[end], "------")) {
+      return end;
+    }
+  }
+  return EndsWith(lines[first], "]") ? first + 1 : first;  // what follows is at fault
 }
 
 // Reads the entry that begins at line `*next` and goes past its last line.
 bool TakeEntry(const Lines& lines, size_t* next, Properties* properties) {
-  const size_t first = *next;
-  if (!BeginsEntry(lines[first])) return false;
-  size_t last = first;
-  while (last < lines.size() && !MustEnd(lines, last)) ++last;
-  if (last == lines.size()) last = first;  // what follows is at fault
-  if (!android::base::EndsWith(lines[last], "]")) return false;
-  const std::string text =
-      android::base::Join(Lines(lines.begin() + static_cast<ptrdiff_t>(first),
-                                lines.begin() + static_cast<ptrdiff_t>(last) + 1),
-                          '\n');
+  const auto first = lines.begin() + static_cast<ptrdiff_t>(*next);
+  const auto end = lines.begin() + static_cast<ptrdiff_t>(EndOfEntry(lines, *next));
+  if (first == end) return false;
+  const std::string text = android::base::Join(Lines(first, end), '\n');
   const size_t middle = text.find("]: [");
   const size_t value = middle + 4;
   (*properties)[text.substr(1, middle - 1)] = text.substr(value, text.size() - value - 1);
-  *next = last + 1;
+  *next = static_cast<size_t>(end - lines.begin());
   return true;
 }
 
 bool IsPrinted(const Lines& lines) {
-  for (const std::string& line : lines) {
-    if (!IsPassedOver(line)) return StartsWith(line, "[");
-  }
-  return false;
+  const auto first = std::find_if_not(lines.begin(), lines.end(), IsPassedOver);
+  return first != lines.end() && StartsWith(*first, "[");
 }
 
 Result<void> ParsePrinted(const std::string& path, const Lines& lines, Properties* properties) {
@@ -102,27 +95,22 @@ Result<void> ParsePrinted(const std::string& path, const Lines& lines, Propertie
   return {};
 }
 
-void Warn(const std::string& path, size_t line, const std::string& text) {
-  fprintf(stderr, "extprop: warning: %s:%zu: %s\n", path.c_str(), line, text.c_str());
-}
-
 // What the parser is to read of a build.prop.
 std::string WithoutImports(const std::string& path, Lines lines) {
   for (size_t i = 0; i < lines.size(); ++i) {
     const std::string text = android::base::Trim(lines[i]);
-    if (StartsWith(text, "import ")) {
-      Warn(path, i + 1, "not followed: " + text);
-      lines[i].clear();
-    } else if (!IsPassedOver(text) && text.find('=') == std::string::npos) {
-      Warn(path, i + 1, "no property: " + text);
-    }
+    const bool import = StartsWith(text, "import ");
+    if (!import && (IsPassedOver(text) || text.find('=') != std::string::npos)) continue;
+    fprintf(stderr, "extprop: warning: %s:%zu: %s: %s\n", path.c_str(), i + 1,
+            import ? "not followed" : "no property", text.c_str());
+    if (import) lines[i].clear();
   }
   return android::base::Join(lines, '\n');
 }
 
-Result<void> ParseBuildProp(const std::string& path, const Lines& lines, Factory library,
+Result<void> ParseBuildProp(const std::string& path, const Lines& lines, const Library& library,
                             Properties* properties) {
-  const auto load = FindLibraryFunctions(library).load_properties_from_file_without_se;
+  const auto load = library.load_properties_from_file_without_se;
   if (load == nullptr) return Error() << path << ": this library does not show its parser";
   // The parser follows no link, so that a descriptor's name under /proc does not do.
   TemporaryFile file;
@@ -133,8 +121,9 @@ Result<void> ParseBuildProp(const std::string& path, const Lines& lines, Factory
   android::base::SetLogger([](auto...) {});
   Properties read;
   load(file.path, nullptr, &read);
-  if (read.empty() && !std::all_of(lines.begin(), lines.end(), IsPassedOver))
+  if (read.empty() && !std::all_of(lines.begin(), lines.end(), IsPassedOver)) {
     return Error() << path << ": no property is in it";
+  }
   for (auto& [name, value] : read) (*properties)[name] = std::move(value);
   return {};
 }
@@ -149,29 +138,30 @@ Result<void> ParseAssignment(const std::string& text, Properties* properties) {
   return {};
 }
 
-Result<void> ReadProperties(const std::string& path, Factory library, Properties* properties) {
-  Result<std::string> content = ReadInput(path);
-  if (!content.ok()) return content.error();
-  const Lines lines = LinesOf(*content);
-  if (IsPrinted(lines)) return ParsePrinted(path, lines, properties);
-  return ParseBuildProp(path, lines, library, properties);
+Result<void> ReadProperties(const std::string& path, const std::string& library,
+                            Properties* properties) {
+  Result<Library> loaded = LoadLibrary(library);
+  if (!loaded.ok()) return loaded.error();
+  Result<Lines> lines = ReadLines(path);
+  if (!lines.ok()) return lines.error();
+  if (IsPrinted(*lines)) return ParsePrinted(path, *lines, properties);
+  return ParseBuildProp(path, *lines, *loaded, properties);
 }
 
 Result<void> ReadPrinted(const std::string& path, Properties* properties) {
-  Result<std::string> content = ReadInput(path);
-  if (!content.ok()) return content.error();
-  return ParsePrinted(path, LinesOf(*content), properties);
+  Result<Lines> lines = ReadLines(path);
+  if (!lines.ok()) return lines.error();
+  return ParsePrinted(path, *lines, properties);
 }
 
 Result<void> ReadPhone(const std::string& path, Properties* properties) {
-  Result<std::string> content = ReadInput(path);
-  if (!content.ok()) return content.error();
-  const Lines lines = LinesOf(*content);
-  if (IsPrinted(lines)) return ParsePrinted(path, lines, properties);
+  Result<Lines> lines = ReadLines(path);
+  if (!lines.ok()) return lines.error();
+  if (IsPrinted(*lines)) return ParsePrinted(path, *lines, properties);
   Properties longest;
-  for (size_t next = 0; next < lines.size(); ++next) {
+  for (size_t next = 0; next < lines->size(); ++next) {
     Properties run;
-    while (next < lines.size() && TakeEntry(lines, &next, &run)) continue;
+    while (next < lines->size() && TakeEntry(*lines, &next, &run)) continue;
     if (run.size() > longest.size()) longest = std::move(run);
   }
   if (longest.empty()) return Error() << path << ": nothing in it is what getprop prints";

@@ -5,7 +5,6 @@
 #include <android-base/result.h>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/boot/library.h"
 
 namespace extprop {
 
@@ -15,10 +14,11 @@ namespace extprop {
 // lines and lines that begin with "#" are passed over. The error names the file, and the line where
 // one is at fault.
 
-// Anything else is a build.prop, which the parser of `library` reads. It follows no imports here,
-// as they name files of a device; a warning on the standard error stream tells of each, and of each
-// line that is no property.
-android::base::Result<void> ReadProperties(const std::string& path, Factory library,
+// Anything else is a build.prop, which the parser of the library reads that LoadLibrary finds by
+// `library`; it fails where that cannot be loaded. The parser follows no imports here, as they name
+// files of a device; a warning on the standard error stream tells of each, and of each line that is
+// no property.
+android::base::Result<void> ReadProperties(const std::string& path, const std::string& library,
                                            Properties* properties);
 
 // Anything else is an error.

@@ -80,13 +80,26 @@ pid_t ThisThread() {
 
 }  // namespace
 
-Recorder::Recorder(const LibraryFunctions& library)
-    : host_thread_(ThisThread()), library_(library) {}
+Recorder::Recorder(const Library& library, const KeepLine& keep_line)
+    : host_thread_(ThisThread()), library_(library), keep_line_(keep_line) {}
 
-Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& library) {
-  auto* recorder = the_recorder = new Recorder(library);
+Recorder* Recorder::Start(const Properties& initial, const Library& library, bool lines,
+                          const KeepLine& keep_line) {
+  auto* recorder = the_recorder = new Recorder(library, keep_line);
   device::ClearProperties();
-  recorder->TakeInitial(initial, {});
+  for (const auto& [name, value] : initial) {
+    const std::string refused = recorder->Refusal(name, value);
+    if (!refused.empty()) {
+      recorder->record_.refused.push_back({name, value, "", refused});
+      continue;
+    }
+    recorder->record_.initial.emplace(name, value);
+    if (android::base::StartsWith(name, kStoredPrefix)) {
+      recorder->stored_.emplace(name, value);
+    } else {
+      device::ApplyProperty(name, value);
+    }
+  }
   android::base::SetMinimumLogSeverity(android::base::VERBOSE);
   android::base::SetLogger([](android::base::LogId, android::base::LogSeverity severity,
                               const char* /*tag*/, const char* file, unsigned line,
@@ -96,42 +109,8 @@ Recorder* Recorder::Start(const Properties& initial, const LibraryFunctions& lib
         {SeverityOf(severity), WithoutTime(message), file == nullptr ? "" : file, line});
   });
   watch::SetObserver(recorder);
+  if (lines) library.KSSI_OBSERVE_PropertyFiles(recorder);
   return recorder;
-}
-
-// Sets what is not set to the same already.
-void Recorder::TakeInitial(const Properties& initial, const Properties& known) {
-  for (const auto& [name, value] : initial) {
-    const std::string refused = Refusal(name, value);
-    if (!refused.empty()) {
-      record_.refused.push_back({name, value, "", refused});
-      continue;
-    }
-    record_.initial.emplace(name, value);
-    if (android::base::StartsWith(name, kStoredPrefix)) {
-      stored_.emplace(name, value);
-    } else if (const auto before = known.find(name);
-               before == known.end() || before->second != value) {
-      device::ApplyProperty(name, value);
-    }
-  }
-}
-
-void Recorder::GoOn(const Properties& initial) {
-  this_thread = 0;
-  host_thread_ = ThisThread();
-  stored_.clear();
-  record_.refused.clear();
-  const Properties known = std::exchange(record_.initial, {});
-  for (const auto& [name, value] : known) {
-    const bool stored = android::base::StartsWith(name, kStoredPrefix);
-    if (!stored && initial.count(name) == 0) device::ApplyProperty(name, "");
-  }
-  TakeInitial(initial, known);
-}
-
-void Recorder::WatchLines() {
-  library_.KSSI_OBSERVE_PropertyFiles(this);
 }
 
 void Recorder::LoadStored() {
@@ -314,10 +293,12 @@ void Recorder::LeaveFile(std::string_view error) {
 
 void Recorder::ReadLine(const android::init::PropertyLine& line) {
   if (line.outcome == LineOutcome::kBlank) return;
+  std::string name(line.name);
+  if (keep_line_ && !keep_line_(name)) return;
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_ || inside.back() == kNoImporter || record_.steps.empty()) return;
-  Add(PropertyLine{inside.back(), static_cast<unsigned>(line.number), line.outcome,
-                   std::string(line.name), std::string(line.value), std::string(line.text)});
+  Add(PropertyLine{inside.back(), static_cast<unsigned>(line.number), line.outcome, std::move(name),
+                   std::string(line.value), std::string(line.text)});
 }
 
 // Owner and mode are set after the content is, so the state is looked at when the step is over.

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -11,7 +12,7 @@
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/boot/library_functions.h"
+#include "host/extprop/boot/library.h"
 #include "host/extprop/boot/path_origins.h"
 #include "host/watch/platform_calls.h"
 
@@ -28,15 +29,12 @@ constexpr const char* kRequestProperty = "sys.cota.bind.load.properties";
 class Recorder : public watch::Observer, public android::init::PropertyFileObserver {
  public:
   // Sets the store to those of `initial` that init takes and does not load later, and starts to
-  // observe and log. The calling thread is the host's. `library` tells what init refuses.
-  static Recorder* Start(const Properties& initial, const LibraryFunctions& library);
-
-  // For a process that was forked since, with one thread: `initial` is what the device boots with
-  // instead. Nothing that was recorded may depend on what differs.
-  void GoOn(const Properties& initial);
-
-  // From now on the lines of property files are recorded. The library must be able to tell them.
-  void WatchLines();
+  // observe and log. The calling thread is the host's. `library` tells what init refuses and, if
+  // `lines` is set, the lines of property files, which it must be able to; `keep_line` is as in a
+  // BootPlan.
+  using KeepLine = std::function<bool(const std::string& name)>;
+  static Recorder* Start(const Properties& initial, const Library& library, bool lines,
+                         const KeepLine& keep_line);
 
   // Loads the stored properties, as init does after the partitions; the event belongs to the last
   // step, which there must be. Further calls do nothing.
@@ -74,8 +72,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
     std::string content;
   };
 
-  explicit Recorder(const LibraryFunctions& library);
-  void TakeInitial(const Properties& initial, const Properties& known);
+  Recorder(const Library& library, const KeepLine& keep_line);
   void Add(decltype(Event::what) what);
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
@@ -89,7 +86,8 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   FileState StateOf(const std::string& path) const;
 
   pid_t host_thread_;
-  const LibraryFunctions library_;
+  const Library library_;
+  const KeepLine keep_line_;
   std::mutex lock_;
   bool finished_ = false;
   BootRecord record_;

@@ -1,13 +1,20 @@
 #include "host/extprop/carriers/carrier_boots.h"
 
-#include "host/extprop/boot/pack.h"
-#include "host/extprop/carriers/job_pool.h"
+#include <algorithm>
+#include <deque>
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
 namespace {
 
 using android::base::Result;
+using nlohmann::json;
 using Choices = std::vector<CarrierChoice>;
 
 std::string ValueOf(const Properties& properties, const std::string& name) {
@@ -15,98 +22,93 @@ std::string ValueOf(const Properties& properties, const std::string& name) {
   return found == properties.end() ? "" : found->second;
 }
 
-// The names whose endings are to be told of a boot of `plan`.
-std::set<std::string> NamesToTell(const CarrierBoots& boots, const BootPlan& plan,
-                                  const BootRecord& record) {
+// What is to be told of a boot of `plan`.
+Endings EndingsToTell(const CarrierBoots& boots, const BootPlan& plan, const BootRecord& record) {
   std::set<std::string> names = boots.names;
   const auto look = [&](const std::string& name, const std::string& value) {
     const std::string given = ValueOf(plan.properties, name);
     if (given != value || given == ValueOf(boots.plan.properties, name)) names.insert(name);
   };
-  auto before = boots.by_default.begin();
-  const auto gone = [&] {
-    if (!before->second.value.empty()) look(before->first, "");
-    ++before;
-  };
   for (const auto& [name, value] : record.properties) {
-    while (before != boots.by_default.end() && before->first < name) gone();
-    const bool known = before != boots.by_default.end() && before->first == name;
-    if (!known || before->second.value != value) look(name, value);
-    if (known) ++before;
+    if (value != Find(boots.by_default, name).value) look(name, value);
   }
-  while (before != boots.by_default.end()) gone();
-  return names;
+  for (const auto& [name, ending] : boots.by_default) {
+    if (!ending.value.empty() && record.properties.count(name) == 0) look(name, "");
+  }
+  const auto parts = [](const Ending& ending) {
+    return std::tie(ending.value, ending.place, ending.loader, ending.note);
+  };
+  Endings told;
+  for (const auto& [name, ending] : EndingsOf(record, &names)) {
+    if (parts(ending) != parts(Find(boots.by_default, name))) told[name] = ending;
+  }
+  return told;
 }
 
-std::string ErrorOf(const BootRecord& record) {
-  for (const Step& step : record.steps) {
-    if (!step.error.empty()) return step.name + ": " + step.error;
-  }
-  return "";
+// What the progress bar says of a boot.
+std::string TitleOf(const Choices& choices) {
+  std::string title;
+  for (const CarrierChoice& choice : choices) title += (title.empty() ? "" : " ") + choice.Title();
+  return title.empty() ? "default" : title;
 }
 
-// Boots `plan` with the choices and returns the outcome that `tell` makes of a whole record, in the
-// child.
-template <typename Tell>
-CarrierOutcome Boot(BootPlan plan, const Choices& choices, const Tell& tell) {
+using Tell = std::function<Endings(const BootPlan& plan, const BootRecord& record)>;
+
+// Starts a boot of `plan` with the choices, of whose record `tell` makes the endings.
+Result<StartedBoot> Start(BootPlan plan, const Choices& choices, const Tell& tell) {
   plan.lines = true;
-  CarrierOutcome outcome;
   Result<void> in_force = PutInForce(choices, &plan);
-  if (!in_force.ok()) {
-    outcome.error = in_force.error().message();
-    return outcome;
-  }
-  Result<std::string> bytes = RunBootFor(plan, [&](const BootRecord& record) {
-    CarrierOutcome told;
-    told.error = ErrorOf(record);
-    if (told.error.empty()) tell(plan, record, &told);
-    return Pack(told);
+  if (!in_force.ok()) return in_force.error();
+  return StartedBoot::Start(plan, [&](const BootRecord& record) -> json {
+    const std::string error = ErrorOf(record);
+    return {{"error", error}, {"endings", error.empty() ? tell(plan, record) : Endings()}};
   });
-  if (bytes.ok()) return Unpack<CarrierOutcome>(*bytes);
-  outcome.error = bytes.error().message();
-  return outcome;
+}
+
+CarrierOutcome Finish(Result<StartedBoot> boot) {
+  if (!boot.ok()) return {boot.error().message(), {}};
+  Result<json> told = boot->Finish();
+  if (!told.ok()) return {told.error().message(), {}};
+  return {(*told)["error"], (*told)["endings"]};
 }
 
 }  // namespace
 
 Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
                                    const std::set<std::string>& names) {
-  CarrierOutcome booted =
-      Boot(plan, base, [](const BootPlan& booting, const BootRecord& record, CarrierOutcome* told) {
-        told->endings = EndingsOf(record);
-        told->fixed_start = FirstStepsAreFixed(booting, record);
-      });
+  CarrierOutcome booted = Finish(Start(
+      plan, base, [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); }));
   if (!booted.error.empty()) return android::base::Error() << booted.error;
-  return CarrierBoots{plan, std::move(booted.endings), base, booted.fixed_start, names};
+  return CarrierBoots{plan, std::move(booted.endings), base, names};
 }
 
-CarrierOutcome BootWith(const CarrierBoots& boots, const Choices& choices,
-                        const std::set<std::string>& more) {
-  return Boot(boots.plan, Override(boots.base, choices),
-              [&](const BootPlan& booting, const BootRecord& record, CarrierOutcome* told) {
-                std::set<std::string> names = NamesToTell(boots, booting, record);
-                names.insert(more.begin(), more.end());
-                told->endings = EndingsOf(record, names);
-              });
+const Ending& EndingOf(const CarrierBoots& boots, const CarrierOutcome& outcome,
+                       const std::string& name) {
+  const auto told = outcome.endings.find(name);
+  return told == outcome.endings.end() ? Find(boots.by_default, name) : told->second;
 }
 
-Result<void> BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
-                      const std::function<void(size_t, CarrierOutcome)>& take,
-                      const std::vector<std::set<std::string>>& more) {
-  CarrierBoots own = boots;  // of each worker
-  own.plan.lines = true;
-  return RunJobs(
-      choices.size(), jobs,
-      [&](size_t index) {
-        return Pack(more.empty() ? BootWith(own, choices[index])
-                                 : BootWith(own, choices[index], more[index]));
-      },
-      [&](size_t index, const std::string& outcome) {
-        take(index, Unpack<CarrierOutcome>(outcome));
-      },
-      [&] {
-        if (own.fixed_start) PlayFirstSteps(&own.plan);
-      });
+void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
+              const std::function<void(size_t index, const CarrierOutcome& outcome)>& take) {
+  if (jobs == 0) jobs = std::max(1U, std::thread::hardware_concurrency());
+  Progress progress;
+  std::deque<Result<StartedBoot>> running;
+  size_t done = 0;
+  const auto finish = [&] {
+    const CarrierOutcome outcome = Finish(std::move(running.front()));
+    running.pop_front();
+    progress.Clear();
+    take(done++, outcome);
+    if (done < choices.size()) progress.Show(done, choices.size(), TitleOf(choices[done]));
+  };
+  const auto tell = [&](const BootPlan& plan, const BootRecord& record) {
+    return EndingsToTell(boots, plan, record);
+  };
+  for (const Choices& each : choices) {
+    if (running.size() == jobs) finish();
+    running.push_back(Start(boots.plan, Override(boots.base, each), tell));
+  }
+  while (!running.empty()) finish();
 }
 
 }  // namespace extprop

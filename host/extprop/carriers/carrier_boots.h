@@ -3,8 +3,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
@@ -15,51 +13,37 @@
 
 namespace extprop {
 
-constexpr auto FieldsOf(const Ending*) {
-  return std::make_tuple(std::pair("value", &Ending::value), std::pair("place", &Ending::place),
-                         std::pair("loader", &Ending::loader), std::pair("note", &Ending::note));
-}
-
 // A device that is booted many times.
 struct CarrierBoots {
   BootPlan plan;       // without any carrier choice
   Endings by_default;  // of its boot with those of `base`
   std::vector<CarrierChoice> base;
-  bool fixed_start = false;     // its first steps do the same whatever is chosen
-  std::set<std::string> names;  // what is told even where it is as by default
+  std::set<std::string> names;  // told where only their places are not as by default, too
 };
 
 // How a boot with choices ends.
 struct CarrierOutcome {
   std::string error;  // why it could not be made or completed; empty where it could
   // Of the properties that have another value than by default, without those that were only set to
-  // choose the carrier, and of those in `names` that anything sets.
+  // choose the carrier, and of those in `names` that end in any way other than by default.
   Endings endings;
-  bool fixed_start = false;  // of the default boot: as in CarrierBoots
 };
-
-constexpr auto FieldsOf(const CarrierOutcome*) {
-  return std::make_tuple(std::pair("error", &CarrierOutcome::error),
-                         std::pair("endings", &CarrierOutcome::endings),
-                         std::pair("fixed_start", &CarrierOutcome::fixed_start));
-}
 
 // Boots the plan with the base choices alone. Fails where the boot cannot be made or completed.
 android::base::Result<CarrierBoots> BootByDefault(const BootPlan& plan,
                                                   const std::vector<CarrierChoice>& base,
                                                   const std::set<std::string>& names = {});
 
-// Boots once more with `choices` in place of what contradicts them in the base. What is in `more`
-// is told as what is in the names of `boots`.
-CarrierOutcome BootWith(const CarrierBoots& boots, const std::vector<CarrierChoice>& choices,
-                        const std::set<std::string>& more = {});
+// Returns how the boot ended for a property, as by default where its outcome does not tell. Good as
+// long as both.
+const Ending& EndingOf(const CarrierBoots& boots, const CarrierOutcome& outcome,
+                       const std::string& name);
 
-// Boots with each element of `choices`, `jobs` at once (0: as many as there are cores), and calls
-// `take` for each in their order. `more` is empty or has the further names to tell of each. Fails
-// where RunJobs does.
-android::base::Result<void> BootEach(
-    const CarrierBoots& boots, const std::vector<std::vector<CarrierChoice>>& choices,
-    unsigned jobs, const std::function<void(size_t index, CarrierOutcome outcome)>& take,
-    const std::vector<std::set<std::string>>& more = {});
+// Boots once more with each element of `choices` in place of what contradicts it in the base,
+// `jobs` at once (0: as many as there are cores), and calls `take` for each in their order. A
+// terminal shows how many are done and which is next.
+void BootEach(const CarrierBoots& boots, const std::vector<std::vector<CarrierChoice>>& choices,
+              unsigned jobs,
+              const std::function<void(size_t index, const CarrierOutcome& outcome)>& take);
 
 }  // namespace extprop

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,21 +18,23 @@ namespace extprop {
 //   ssv             the SSV key in the sim action file
 //   operator        OPTA-OPTB, two persistent properties
 //   vmcarrier       the boot loader's carrier, ro.boot.vmcarrier
+//
+// A kind with a dot in it is the name of a property that the device boots with, and the key its
+// value; an empty kind stands for the device as it is.
 struct CarrierChoice {
   std::string kind;
   std::string key;
+
+  bool IsProperty() const { return kind.find('.') != std::string::npos; }
+  std::string Text() const { return kind + "=" + key; }  // as it is parsed
+  std::string Title() const { return kind.empty() ? "default" : kind + " " + key; }
+  bool operator<(const CarrierChoice& than) const {
+    return kind != than.kind ? kind < than.kind : key < than.key;
+  }
 };
 
-// In the order in which the library's carrier-keyed files use them.
-constexpr const char* kCarrierKinds[] = {"first", "current",  "channel",  "nv",
-                                         "ssv",   "operator", "vmcarrier"};
-
-// Parses KIND=KEY.
+// Parses KIND=KEY with the kind of a carrier.
 android::base::Result<CarrierChoice> ParseCarrierChoice(const std::string& text);
-
-// Returns whether what a boot with any choices does until its first step that fills no map is what
-// `record` tells, that of a boot of `plan`: whether nothing in it depends on what choices change.
-bool FirstStepsAreFixed(const BootPlan& plan, const BootRecord& record);
 
 // Returns `choices` and those of `base` that can be in force beside them.
 std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
@@ -41,5 +44,9 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
 // device's own state contradicts them taken away; anything else stays as it is. Call it once, after
 // the plan's steps are known. The error says which choices no device has at once.
 android::base::Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
+
+// Returns the properties that some of `choices`, each in force by itself, gives other values to
+// boot with than those of `plan`.
+std::set<std::string> NamesSetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan);
 
 }  // namespace extprop

@@ -1,186 +1,114 @@
 #include "host/extprop/carriers/carrier_keys.h"
 
-#include <android-base/logging.h>
 #include <android-base/strings.h>
-#include <wctype.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "host/extprop/boot/in_tree.h"
-#include "host/extprop/boot/library_functions.h"
-#include "host/extprop/boot/nearest_names.h"
-#include "host/extprop/boot/pack.h"
+#include "host/extprop/boot/device_layout.h"
+#include "host/extprop/render/terminal.h"
+#include "host/extprop/survey/survey.h"
 
 namespace extprop {
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierKey, kind, name, target, first, sources, never, listed)
+
 namespace {
 
-namespace fs = std::filesystem;
 using android::base::Result;
 
-constexpr const char* kDirectoryKinds[][2] = {{"first", "SimSwitchFirstTime"},
-                                              {"current", "SimSwitchCurrentTime"},
-                                              {"channel", "switchCarrierChannel"}};
-constexpr size_t kNvBytes = 8;
+using MappedKeys = std::map<std::string, MappedKey>;
 
-struct Mapped {
-  std::string target;
-  std::vector<std::string> files;
-};
-using Mapping = std::map<std::string, Mapped>;  // by the raw key
-
-// What the mapping files of that name make of each key that any of them has.
-Mapping ReadMapping(const LibraryFunctions& library, const std::string& file) {
-  Mapping mapping;
-  for (const std::string& root : *library.ExtensionPartitionRoots) {
-    const std::string path = std::string(root).append("/etc/").append(file);
-    android::init::PropertyMap lines;
-    library.load_properties_from_file_without_se(path.c_str(), nullptr, &lines);
-    for (const auto& [key, target] : lines) {
-      Mapped& mapped = mapping[key];
-      mapped.target = target;
-      mapped.files.push_back(path);
-    }
-  }
-  for (auto& [key, mapped] : mapping) {
-    if (mapped.files.size() > 1) library.find_nv_ssv_target_key(key, file, &mapped.target);
-  }
-  mapping.erase("");
-  return mapping;
+MappedKey Find(const MappedKeys& keys, const std::string& key) {
+  const auto found = keys.find(key);
+  return found == keys.end() ? MappedKey() : found->second;
 }
 
-// Whether two operator properties can come to the key, whose bytes are lower-cased.
-bool IsOperator(const std::string& key) {
-  const size_t dash = key.find('-');
-  if (dash == 0 || dash == std::string::npos || dash == key.size() - 1) return false;
-  return std::all_of(key.begin(), key.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return static_cast<unsigned char>(towlower(byte)) == byte;
-  });
+// Whether a key of this root is one without further ado.
+bool HasKeys(const SurveyedRoot& root) {
+  return root.kind == SurveyedRoot::Kind::kPartition || root.kind == SurveyedRoot::Kind::kImage;
 }
 
-// Collects the keys of the root that this process is in.
-class Finder {
- public:
-  Finder(const LibraryFunctions& library, const std::string& cota_root)
-      : flags_(ReadMapping(library, "flags.prop")), nvmap_(ReadMapping(library, "nvmap.prop")) {
-    std::vector<std::string> roots(std::begin(*library.ExtensionPartitionRoots),
-                                   std::end(*library.ExtensionPartitionRoots));
-    if (!cota_root.empty() && cota_root != "0") roots.push_back(cota_root);
-    for (const std::string& root : roots) Look(root);
-  }
-
-  std::vector<CarrierKey> Find() {
-    AddNv();
-    AddKeyedFiles();
-    for (const auto& [name, mapped] : nvmap_) {
-      const bool is_other = flags_.count(name) != 0 || files_.count(name) != 0;
-      Add("vmcarrier", name, name, mapped.files).listed = !is_other;
-      // Of the others nothing tells which kind they are.
-      if (flags_.count(name) == 0 && name.size() <= kNvBytes) {
-        Add("nv", name, "", mapped.files).listed = false;
-      }
-      if (files_.count(name) == 0) Add("ssv", name, name, mapped.files).listed = false;
-    }
-    std::vector<CarrierKey> found;
-    for (const char* kind : kCarrierKinds) {
-      for (auto& [name, key] : keys_[kind]) found.push_back(std::move(key));
-    }
-    return found;
-  }
-
- private:
-  // Sorted, as a directory's order differs from one file system to another.
-  static std::set<fs::path> List(const std::string& directory) {
-    std::error_code ignored;
-    const fs::directory_iterator entries(directory, ignored);
-    return {begin(entries), end(entries)};
-  }
-
-  void Look(const std::string& root) {
-    constexpr std::string_view kBefore = "build.", kBehind = ".prop";
-    for (const fs::path& path : List(root + "/etc")) {
-      const std::string file = path.filename();
-      if (!android::base::StartsWith(file, kBefore) || !android::base::EndsWith(file, kBehind) ||
-          file.size() <= kBefore.size() + kBehind.size()) {
-        continue;
-      }
-      files_[file.substr(kBefore.size(), file.size() - kBefore.size() - kBehind.size())].push_back(
-          path);
-    }
-    std::error_code ignored;
-    for (const fs::path& path : List(root + "/properties")) {
-      for (const auto& [kind, name] : kDirectoryKinds) {
-        if (!fs::is_directory(path / name, ignored)) continue;
-        Add(kind, path.filename(), path.filename(), {path / name});
-      }
+// The keys of R/etc/build.KEY.prop, with the files in the order of the roots.
+MappedKeys FindKeyedFiles(const Survey& survey) {
+  MappedKeys keys;
+  for (size_t root = 0; root < survey.roots.size(); ++root) {
+    for (const auto& [path, file] : survey.files) {
+      if (file.kind != FileKind::kKeyedFile || file.root != root) continue;
+      if (HasKeys(survey.roots[root])) keys[ParseKeyedPath(path).key].files.push_back(path);
     }
   }
+  return keys;
+}
 
-  void AddNv() {
-    for (const auto& [name, mapped] : flags_) {
-      CarrierKey& key = Add("nv", name, mapped.target, mapped.files);
-      if (name.size() > kNvBytes) key.never = "over eight bytes, so that no NV key matches";
-      const auto file = files_.find(mapped.target);
-      if (file == files_.end()) continue;
-      key.sources.insert(key.sources.end(), file->second.begin(), file->second.end());
-      targets_.insert(mapped.target);
+// The keys of R/properties/KEY/DIRECTORY.
+MappedKeys FindKeyedDirectories(const Survey& survey, const char* directory) {
+  MappedKeys keys;
+  for (const SurveyedDirectory& found : survey.directories) {
+    if (found.kind != directory || !HasKeys(survey.roots[found.root])) continue;
+    keys[found.key].files.push_back(found.path);
+  }
+  return keys;
+}
+
+std::vector<CarrierKey> FindKeys(const Survey& survey) {
+  const MappedKeys nv_keys = MappingsOf(survey, kNvMapping);
+  const MappedKeys first_keys = MappingsOf(survey, kFirstMapping);
+  const MappedKeys files = FindKeyedFiles(survey);
+  std::vector<CarrierKey> keys;
+
+  for (const KeyedDirectory& keyed : kKeyedDirectories) {
+    for (const auto& [name, known] : FindKeyedDirectories(survey, keyed.directory)) {
+      keys.push_back({keyed.kind, name, name, "", known.files});
     }
   }
-
-  void AddKeyedFiles() {
-    for (const auto& [name, paths] : files_) {
-      const bool has_dash = name.find('-') != std::string::npos;
-      const bool is_operator = IsOperator(name);
-      if (is_operator) Add("operator", name, name, paths).listed = targets_.count(name) == 0;
-      Add("ssv", name, name, paths).listed =
-          targets_.count(name) == 0 && !is_operator && (!has_dash || nvmap_.count(name) != 0);
-    }
+  std::set<std::string> nv_targets;
+  for (const auto& [name, known] : nv_keys) {
+    nv_targets.insert(known.target);
+    const MappedKey first = Find(first_keys, name), file = Find(files, known.target);
+    CarrierKey key = {"nv", name, known.target, first.target, known.files};
+    key.sources.insert(key.sources.end(), first.files.begin(), first.files.end());
+    key.sources.insert(key.sources.end(), file.files.begin(), file.files.end());
+    if (name.size() > kNvKeySize) key.never = "over eight bytes, so that no NV key matches";
+    keys.push_back(std::move(key));
   }
-
-  CarrierKey& Add(const std::string& kind, const std::string& name, const std::string& target,
-                  const std::vector<std::string>& sources) {
-    CarrierKey& key = keys_[kind][name];
-    key.kind = kind;
-    key.name = name;
-    key.target = target;
-    key.sources.insert(key.sources.end(), sources.begin(), sources.end());
-    const auto mapped = nvmap_.find(name);
-    const bool raw = kind == "nv" || kind == "ssv" || kind == "vmcarrier";
-    if (!raw || mapped == nvmap_.end() || !key.first.empty()) return key;
-    key.first = mapped->second.target;
-    if (kind == "nv" && flags_.count(name) != 0) {
-      key.sources.insert(key.sources.end(), mapped->second.files.begin(),
-                         mapped->second.files.end());
-    }
-    return key;
+  for (const auto& [name, known] : files) {
+    const MappedKey first = Find(first_keys, name);
+    CarrierKey key = {"ssv", name, name, first.target, known.files};
+    const bool may_be_any = name.find('-') == std::string::npos || !first.files.empty();
+    key.listed = nv_targets.count(name) == 0 && !IsOperatorKey(name) && may_be_any;
+    keys.push_back(std::move(key));
   }
-
-  const Mapping flags_, nvmap_;
-  std::map<std::string, std::vector<std::string>> files_;  // etc/build.KEY.prop, by key
-  std::set<std::string> targets_;                          // the keys of files that flags_ leads to
-  std::map<std::string, std::map<std::string, CarrierKey>> keys_;  // by kind and name
-};
+  for (const auto& [name, known] : files) {
+    if (!IsOperatorKey(name)) continue;
+    keys.push_back({"operator", name, name, "", known.files});
+    keys.back().listed = nv_targets.count(name) == 0;
+  }
+  for (const auto& [name, known] : first_keys) {
+    const bool is_other = nv_keys.count(name) != 0 || files.count(name) != 0;
+    keys.push_back({"vmcarrier", name, name, known.target, known.files});
+    keys.back().listed = !is_other;
+    // Of the others nothing tells which kind they are.
+    if (name.size() <= kNvKeySize) keys.push_back({"nv", name, "", "", {}, "", false});
+    keys.push_back({"ssv", name, name, "", {}, "", false});
+  }
+  return keys;
+}
 
 std::string Doubt(const CarrierChoice& choice, const std::vector<CarrierKey>& keys) {
   std::string key = choice.key;
   std::string doubt;
-  if (choice.kind == "nv" && key.size() > kNvBytes) {
-    key.resize(kNvBytes);
+  if (choice.kind == "nv" && key.size() > kNvKeySize) {
+    key.resize(kNvKeySize);
     doubt = "only the first eight bytes of an NV key count, " + key;
   }
-  if (choice.kind == "operator") {
-    for (char& c : key) c = static_cast<char>(towlower(static_cast<unsigned char>(c)));
-  }
+  if (choice.kind == "operator") key = LowerCased(key);
   std::set<std::string> names, kinds;
   for (const CarrierKey& known : keys) {
-    if (known.kind == choice.kind && known.never.empty()) names.insert(known.name);
-    if (known.name == key && known.listed && known.never.empty()) kinds.insert(known.kind);
+    if (!known.never.empty()) continue;
+    if (known.kind == choice.kind) names.insert(known.name);
+    if (known.name == key && known.listed) kinds.insert(known.kind);
   }
   if (names.count(key) != 0) return doubt;
   doubt += (doubt.empty() ? "" : "; ") + std::string("nothing on the device knows this key");
@@ -200,32 +128,21 @@ nlohmann::json ToJson(const CarrierKey& key) {
 }
 
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
-  Result<Factory> factory = LoadLibrary(plan.library);
-  if (!factory.ok()) return factory.error();
-  const LibraryFunctions library = FindLibraryFunctions(*factory);
-  const auto cota = plan.properties.find("sys.cota.load.properties");
-  Result<std::string> found = RunInTree(plan.device, [&] {
-    android::base::SetLogger([](auto...) {});  // what it says of these files, it says in a boot
-    return Pack(Finder(library, cota == plan.properties.end() ? "" : cota->second).Find());
-  });
-  if (!found.ok()) return found.error();
-  return Unpack<std::vector<CarrierKey>>(*found);
-}
-
-std::vector<CarrierChoice> ChoicesOf(const std::vector<CarrierKey>& keys) {
-  std::vector<CarrierChoice> choices;
-  for (const CarrierKey& key : keys) {
-    if (key.listed && key.never.empty()) choices.push_back({key.kind, key.name});
-  }
-  return choices;
+  Result<StartedBoot> survey =
+      StartSurvey(plan, [](const Survey& found) -> nlohmann::json { return FindKeys(found); });
+  if (!survey.ok()) return survey.error();
+  Result<nlohmann::json> keys = survey->Finish();
+  if (!keys.ok()) return keys.error();
+  return keys->get<std::vector<CarrierKey>>();
 }
 
 std::vector<std::string> Doubts(const std::vector<CarrierChoice>& choices,
                                 const std::vector<CarrierKey>& keys) {
   std::vector<std::string> doubts;
   for (const CarrierChoice& choice : choices) {
+    if (choice.IsProperty()) continue;
     const std::string doubt = Doubt(choice, keys);
-    if (!doubt.empty()) doubts.push_back(choice.kind + "=" + choice.key + ": " + doubt);
+    if (!doubt.empty()) doubts.push_back(choice.Text() + ": " + doubt);
   }
   return doubts;
 }

@@ -5,31 +5,43 @@ namespace extprop {
 using android::base::Error;
 using android::base::Result;
 
-Result<CarrierTable> FillCarrierTable(
-    const BootPlan& plan, const std::vector<CarrierChoice>& base, unsigned jobs,
-    const std::function<void(size_t done, size_t count, const CarrierChoice& key)>& show) {
+Result<Endings> BootWithKeys(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                             unsigned jobs, const TakeKey& take) {
   Result<std::vector<CarrierKey>> keys = FindCarrierKeys(plan);
   if (!keys.ok()) return keys.error();
   Result<CarrierBoots> boots = BootByDefault(plan, base);
   if (!boots.ok()) return boots.error();
-  CarrierTable table = {boots->by_default, {}};
   std::vector<std::vector<CarrierChoice>> choices;
   for (const CarrierKey& key : *keys) {
-    if (!key.listed || !key.never.empty()) continue;
-    table.columns.push_back({key, {}});
-    choices.push_back({{key.kind, key.name}});
+    if (key.listed && key.never.empty()) choices.push_back({key.Choice()});
   }
-  std::string error;
-  Result<void> run = BootEach(*boots, choices, jobs, [&](size_t index, CarrierOutcome outcome) {
-    if (error.empty() && !outcome.error.empty()) {
-      error = choices[index][0].kind + "=" + choices[index][0].key + ": " + outcome.error;
+  auto next = keys->begin();
+  const auto take_impossible = [&] {
+    for (; next != keys->end() && !(next->listed && next->never.empty()); ++next) {
+      if (next->listed) take(boots->by_default, *next, {});
     }
-    table.columns[index].differences = std::move(outcome.endings);
-    const size_t done = index + 1;
-    if (show && done < choices.size()) show(done, choices.size(), choices[done][0]);
+  };
+  BootEach(*boots, choices, jobs, [&](size_t, const CarrierOutcome& outcome) {
+    take_impossible();
+    take(boots->by_default, *next++, outcome);
   });
-  if (!run.ok()) return run.error();
+  take_impossible();
+  return std::move(boots->by_default);
+}
+
+Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                                      unsigned jobs) {
+  CarrierTable table;
+  std::string error;
+  const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {
+    if (!key.never.empty()) return;
+    if (error.empty() && !outcome.error.empty()) error = key.Choice().Text() + ": " + outcome.error;
+    table.columns.push_back({key, outcome.endings});
+  };
+  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add);
+  if (!by_default.ok()) return by_default.error();
   if (!error.empty()) return Error() << error;
+  table.by_default = std::move(*by_default);
   return table;
 }
 

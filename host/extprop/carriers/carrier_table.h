@@ -12,6 +12,17 @@
 
 namespace extprop {
 
+using TakeKey = std::function<void(const Endings& by_default, const CarrierKey& key,
+                                   const CarrierOutcome& outcome)>;
+
+// Boots with each listed key of the plan's device in place of what contradicts it in `base`, `jobs`
+// at once (0: as many as there are cores), and calls `take` for each in their order; the outcome of
+// a key that no device can have is empty. Returns how the boot with `base` alone ends. Fails where
+// FindCarrierKeys or BootByDefault does; a boot with a key that fails is an outcome.
+android::base::Result<Endings> BootWithKeys(const BootPlan& plan,
+                                            const std::vector<CarrierChoice>& base, unsigned jobs,
+                                            const TakeKey& take);
+
 struct CarrierColumn {
   CarrierKey key;
   Endings differences;  // from the default, as in CarrierOutcome
@@ -23,12 +34,11 @@ struct CarrierTable {
   std::vector<CarrierColumn> columns;
 };
 
-// Boots with each, `jobs` at once (0: as many as there are cores). `show`, where given, is told how
-// many boots of how many are done and which key is next. Fails where any boot cannot be made or
+// Returns what BootWithKeys tells. Fails where that does, and where any boot cannot be made or
 // completed: a table with holes would be taken for a whole one.
-android::base::Result<CarrierTable> FillCarrierTable(
-    const BootPlan& plan, const std::vector<CarrierChoice>& base, unsigned jobs,
-    const std::function<void(size_t done, size_t count, const CarrierChoice& key)>& show = {});
+android::base::Result<CarrierTable> FillCarrierTable(const BootPlan& plan,
+                                                     const std::vector<CarrierChoice>& base,
+                                                     unsigned jobs);
 
 // Returns the names of the properties that differ from the default in any column.
 std::set<std::string> VaryingNames(const CarrierTable& table);

@@ -1,23 +1,96 @@
 #include "host/extprop/check/check.h"
 
-#include <algorithm>
+#include <android-base/file.h>
 
-#include "host/extprop/boot/in_tree.h"
-#include "host/extprop/boot/pack.h"
-#include "host/extprop/check/check_context.h"
-#include "host/extprop/check/meanwhile.h"
-#include "host/extprop/check/unread_files.h"
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "host/extprop/boot/device_layout.h"
+#include "host/extprop/check/checks.h"
+#include "host/extprop/trees/device_tree.h"
 
 namespace extprop {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Place, path, line)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Finding, at, id, message, other)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LegacyKey, key, source)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles::Mapping, file, at, key, target)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories, mappings, nv, ssv,
+                                   nv_target, legacy_mapped)
 
 namespace {
 
 using android::base::Error;
 using android::base::Result;
+using nlohmann::json;
 
 constexpr const char* kBindImage = "mount_and_check_load";
 constexpr const char* kBindModule = "module_bind_single";
 constexpr const char* kMakeDirectories = "bind_basic_point";
+
+// What a survey leaves for the check of a boot, which knows which lines need no further look.
+struct Surveyed {
+  std::vector<Finding> lines;  // about lines that a boot may have read itself
+  std::vector<Finding> others;
+  CarrierFiles carriers;
+};
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Surveyed, lines, others, carriers)
+
+CarrierFiles CarrierFilesOf(const BootPlan& plan, const Survey& survey) {
+  CarrierFiles carriers;
+  for (const auto& [path, file] : survey.files) {
+    if (file.kind == FileKind::kKeyedFile) {
+      carriers.keyed_files[ParseKeyedPath(path).key].push_back(path);
+    }
+  }
+  for (const SurveyedDirectory& directory : survey.directories) {
+    carriers.keyed_directories.insert(directory.key);
+  }
+  for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
+    const auto& files = survey.record->property_files;
+    const std::string& outermost = files[OutermostFile(*survey.record, line->file)].device_path;
+    if (ContentOf(outermost) != FileContent::kMapping || !Sets(*line)) continue;
+    carriers.mappings.push_back({android::base::Basename(outermost),
+                                 {files[line->file].device_path, line->line},
+                                 line->name,
+                                 line->value});
+  }
+  carriers.nv = survey.nv;
+  carriers.nv_target = survey.nv_target;
+  carriers.ssv = survey.ssv;
+  const auto mappings = MappingsOf(survey, kFirstMapping);
+  const auto boot_carrier = plan.properties.find(kBootCarrier);
+  for (const std::string& key : {boot_carrier == plan.properties.end() ? "" : boot_carrier->second,
+                                 survey.nv.key, survey.ssv.key}) {
+    const auto mapped = mappings.find(key.c_str());
+    if (mapped != mappings.end() && !mapped->second.target.empty()) carriers.legacy_mapped = true;
+  }
+  return carriers;
+}
+
+json CheckSurvey(const BootPlan& plan, const Library& library, const Survey& survey) {
+  const std::vector<Reading> readings = ReadingsOf(*survey.record);
+  Findings lines, others;
+  for (const Reading& reading : readings) {
+    const auto file = survey.files.find(readings[reading.outermost].path);
+    if (file == survey.files.end() || file->second.kind == FileKind::kState) continue;
+    const bool known = file->second.kind != FileKind::kOther;
+    CheckReading(reading, known ? Imports::kOutermost : Imports::kUnknown, library, &lines);
+  }
+  CheckDirectoryOrder(survey, readings, &others);
+  for (const auto& [path, error] : survey.unreadable) {
+    others.Add("unreadable-file", {path}, "the directory cannot be read: " + error);
+  }
+  for (const SurveyedDirectory& directory : survey.directories) {
+    if (directory.kind.empty() || IsKeyedDirectory(directory.kind)) continue;
+    others.Add("unreachable-directory", {directory.path},
+               "it is never looked into for the key " + Quoted(directory.key));
+  }
+  return Surveyed{lines.Sorted(), others.Sorted(), CarrierFilesOf(plan, survey)};
+}
 
 // The mount info file is either an image's or that of the modules' directories.
 bool NamesModuleDirectories(const BootRecord& boot) {
@@ -32,174 +105,111 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   return any;
 }
 
-// A packed record, and what it says about a further boot, which is not to cost its unpacking.
-struct PackedBoot {
-  std::string record;
+// What a boot leaves to be told, and whether the mount info file has to be served by another.
+struct Booted {
+  std::vector<Finding> findings;
   bool names_module_directories = false;
 };
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Booted, findings, names_module_directories)
 
-constexpr auto FieldsOf(const PackedBoot*) {
-  return std::make_tuple(
-      std::pair("record", &PackedBoot::record),
-      std::pair("names_module_directories", &PackedBoot::names_module_directories));
-}
-
-Result<PackedBoot> BootWithCommands(BootPlan plan, const std::vector<const char*>& commands) {
-  plan.lines = true;
-  for (const char* command : commands) {
-    plan.steps.push_back({FindLoader("service", true), command});
+class BootCheck {
+ public:
+  BootCheck(const BootPlan& plan, const Library& library, bool overrides)
+      : plan_(plan), library_(library), overrides_(overrides) {
+    plan_.lines = true;
   }
-  Result<std::string> boot = RunBootFor(plan, [](const BootRecord& record) {
-    return Pack(PackedBoot{Pack(record), NamesModuleDirectories(record)});
-  });
-  if (!boot.ok()) return boot.error();
-  return Unpack<PackedBoot>(*boot);
-}
 
-// Returns the packed records of the plan's boot, at whose end the info files that are left are
-// served, and of another where that cannot be done in one.
-Result<std::vector<std::string>> Boots(const BootPlan& plan) {
-  Result<PackedBoot> boot = BootWithCommands(plan, {kBindImage, kBindModule});
-  if (!boot.ok()) return boot.error();
-  std::vector<std::string> boots = {std::move(boot->record)};
-  if (!boot->names_module_directories) return boots;
-  Result<PackedBoot> other = BootWithCommands(plan, {kMakeDirectories});
-  if (!other.ok()) return other.error();
-  boots.push_back(std::move(other->record));
-  return boots;
-}
-
-void CheckBoot(const BootRecord& boot, CheckContext* context) {
-  for (const Entry& entry : boot.refused) {
-    context->Report("refused-property", {kPropertiesPath},
-                    "init refuses " + Quoted(entry.name) + ": " + entry.refused);
-  }
-  for (const Step& step : boot.steps) {
-    if (step.error.empty()) continue;
-    const std::string argument = step.argument.empty() ? "" : "=" + step.argument;
-    context->Report("unfinished-boot", {kBootPath}, step.name + argument + ": " + step.error);
-  }
-}
-
-// Outside the private root, as these links lead out of it.
-std::vector<Finding> CheckLinks(const DeviceTree& tree) {
-  std::vector<Finding> findings;
-  for (const OutgoingLink& link : LinksOut(tree)) {
-    findings.push_back({{link.path},
-                        "outgoing-link",
-                        "it leads to " + link.target + ", outside the device's files",
-                        {}});
-  }
-  return findings;
-}
-
-void CheckAll(const std::vector<BootRecord>& boots, bool overrides, UnreadFiles* unread,
-              CheckContext* context) {
-  std::vector<std::vector<Reading>> of_boots;
-  for (const BootRecord& boot : boots) {
-    of_boots.push_back(ReadingsOf(boot));
-    context->AddRoots(of_boots.back());
-  }
-  unread->ReadFurther();
-  std::vector<Reading> all;
-  for (size_t i = 0; i < boots.size(); ++i) {
-    const BootRecord& boot = boots[i];
-    const std::vector<Reading>& readings = of_boots[i];
-    for (const Reading& reading : readings) CheckReading(reading, Imports::kOfBoot, context);
-    CheckBoot(boot, context);
-    // A carrier that was asked for has state files that are not the user's.
-    if (!context->plan.prepare) CheckStateFiles(readings, context);
-    CheckCota(boot, readings, context);
-    if (overrides) CheckOverrides(boot, readings, context);
-    all.insert(all.end(), readings.begin(), readings.end());
-  }
-  unread->Check(boots[0], all);
-}
-
-Result<void> CheckMeanwhile(const BootPlan& plan, const LibraryFunctions& library, bool overrides,
-                            const Meanwhile::Input& input, const Meanwhile::Output& output) {
-  Result<std::string> done = RunInTree(plan.device, [&]() -> Result<std::string> {
-    if (plan.prepare) plan.prepare();
-    CheckContext context(plan, library);
-    UnreadFiles unread(&context);
-    Result<std::string> packed = input();
-    if (!packed.ok()) return packed.error();
-    std::vector<BootRecord> boots;
-    for (const std::string& boot : Unpack<std::vector<std::string>>(*packed)) {
-      boots.push_back(Unpack<BootRecord>(boot));
+  // Starts a boot with the COTA service's commands in the end, for what info files are left. Its
+  // answer is Booted.
+  Result<StartedBoot> Start(const std::vector<const char*>& commands, StartedBoot* survey) const {
+    BootPlan plan = plan_;
+    for (const char* command : commands) {
+      plan.steps.push_back({FindLoader("service", true), command});
     }
-    CheckAll(boots, overrides, &unread, &context);
-    output(Pack(std::vector<Finding>(context.findings.begin(), context.findings.end())));
-    return "";
-  });
-  if (!done.ok()) return done.error();
-  return {};
+    return StartedBoot::Start(plan, [&](const BootRecord& boot) -> json {
+      return Booted{Check(boot, survey), NamesModuleDirectories(boot)};
+    });
+  }
+
+ private:
+  std::vector<Finding> Check(const BootRecord& boot, StartedBoot* survey) const {
+    Findings findings;
+    const std::vector<Reading> readings = ReadingsOf(boot);
+    std::set<std::string> read;
+    for (const Reading& reading : readings) {
+      CheckReading(reading, Imports::kOfBoot, library_, &findings);
+      read.insert(reading.path);
+    }
+    for (const Entry& entry : boot.refused) {
+      findings.Add("refused-property", {kPropertiesPath},
+                   "init refuses " + Quoted(entry.name) + ": " + entry.refused);
+    }
+    for (const Step& step : boot.steps) {
+      if (step.error.empty()) continue;
+      const std::string argument = step.argument.empty() ? "" : "=" + step.argument;
+      findings.Add("unfinished-boot", {kBootPath}, step.name + argument + ": " + step.error);
+    }
+    CheckCota(boot, readings, &findings);
+    if (overrides_) CheckOverrides(boot, readings, &findings);
+    if (survey == nullptr) return findings.Sorted();
+
+    Result<json> answer = survey->Finish();
+    if (!answer.ok()) throw std::runtime_error(answer.error().message());
+    const auto surveyed = answer->get<Surveyed>();
+    for (const Finding& finding : surveyed.lines) {
+      if (read.count(finding.at.path) == 0) findings.Add(finding);
+    }
+    for (const Finding& finding : surveyed.others) findings.Add(finding);
+    CheckMappings(surveyed.carriers, &findings);
+    CheckReach(surveyed.carriers, read, &findings);
+    // A carrier that was asked for has keys that are not the user's.
+    if (!plan_.prepare) {
+      CheckStateFiles(boot, readings, surveyed.carriers, &findings);
+      CheckLegacyKeys(boot, surveyed.carriers, &findings);
+    }
+    return findings.Sorted();
+  }
+
+  BootPlan plan_;
+  const Library& library_;
+  const bool overrides_;
+};
+
+// Adds the findings of a boot, and returns whether the mount info file remains to be served.
+Result<bool> Finish(Result<StartedBoot> boot, Findings* findings) {
+  if (!boot.ok()) return boot.error();
+  Result<json> answer = boot->Finish();
+  if (!answer.ok()) return answer.error();
+  const auto booted = answer->get<Booted>();
+  for (const Finding& finding : booted.findings) findings->Add(finding);
+  return booted.names_module_directories;
 }
 
 }  // namespace
 
-const std::vector<FindingKind>& FindingKinds() {
-  static const std::vector<FindingKind> kinds = {
-      {"illegal-name", "error", "a property name that init refuses"},
-      {"illegal-value", "error", "a value that is too long or no text"},
-      {"refused-property", "error", "a property to boot with that init refuses"},
-      {"duplicate-name", "warning", "a name set twice in one file"},
-      {"not-a-property", "warning", "a line that sets nothing and is no comment"},
-      {"byte-order-mark", "error", "a byte order mark, which spoils the first line"},
-      {"nul-byte", "error", "a NUL byte, which ends what is read of its line"},
-      {"unreadable-file", "error", "a file or directory that cannot be read"},
-      {"outgoing-link", "warning", "a symbolic link that leads out of DIR"},
-      {"missing-partition", "warning", "a partition without a build.prop"},
-      {"missing-import", "warning", "an import of a file that is not there"},
-      {"unexpandable-import", "error", "an import whose path needs a property that is not set"},
-      {"refused-import", "error", "an import that leads back to its own file, or too deep"},
-      {"partition-override", "note", "a value that replaces an earlier partition's; --overrides"},
-      {"directory-order", "warning", "files of one directory that set a name differently"},
-      {"unmapped-key", "warning", "the device's carrier key, which no mapping file knows"},
-      {"missing-target", "warning", "a mapping to what no partition has files for"},
-      {"long-nv-key", "warning", "a mapping of more than eight bytes, which no NV key has"},
-      {"unknown-carrier", "warning", "a state file's carrier that no partition knows"},
-      {"unreached-file", "warning", "a carrier's file that no known key leads to"},
-      {"unreachable-directory", "warning", "a carrier directory that no key can reach"},
-      {"old-state-file", "warning", "a state file in the old format"},
-      {"trailing-space", "warning", "a blank at the end of a bare key"},
-      {"line-end-in-key", "error", "a line end that is part of a bare key"},
-      {"module-directory", "error", "a COTA module directory that cannot be made"},
-      {"failed-bind", "error", "a COTA image or module that cannot be bound"},
-      {"unfinished-boot", "error", "a call that ends the boot"},
-  };
-  return kinds;
-}
-
-const FindingKind& KindOf(const Finding& finding) {
-  const std::vector<FindingKind>& kinds = FindingKinds();
-  return *std::find_if(kinds.begin(), kinds.end(),
-                       [&](const FindingKind& kind) { return finding.id == kind.id; });
-}
-
 Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
-  Result<Factory> factory = LoadLibrary(plan.library);
-  if (!factory.ok()) return factory.error();
-  const LibraryFunctions library = FindLibraryFunctions(*factory);
-  if (library.load_properties_from_file_without_se == nullptr ||
-      library.ExtensionPartitionRoots == nullptr || library.IsLegalPropertyName == nullptr) {
+  Result<Library> library = LoadLibrary(plan.library);
+  if (!library.ok()) return library.error();
+  if (library->IsLegalPropertyName == nullptr || library->IsLegalPropertyValue == nullptr) {
     return Error() << "this library lacks the functions that a check calls";
   }
   // The files that no boot has to tell of are read while it goes on.
-  Result<Meanwhile> check =
-      Meanwhile::Start([&](const Meanwhile::Input& input, const Meanwhile::Output& output) {
-        return CheckMeanwhile(plan, library, overrides, input, output);
-      });
-  if (!check.ok()) return check.error();
-  const std::vector<Finding> links = CheckLinks(plan.device);
-  Result<std::vector<std::string>> boots = Boots(plan);
-  if (!boots.ok()) return boots.error();
-  Result<std::string> found = check->Finish(Pack(*boots));
-  if (!found.ok()) return found.error();
-  std::vector<Finding> findings = Unpack<std::vector<Finding>>(*found);
-  findings.insert(findings.end(), links.begin(), links.end());
-  std::sort(findings.begin(), findings.end());
-  return findings;
+  Result<StartedBoot> survey =
+      StartSurvey(plan, [&](const Survey& found) { return CheckSurvey(plan, *library, found); });
+  if (!survey.ok()) return survey.error();
+  const BootCheck check(plan, *library, overrides);
+  Result<StartedBoot> boot = check.Start({kBindImage, kBindModule}, &*survey);
+  Findings findings;
+  for (const OutgoingLink& link : LinksOut(plan.device)) {
+    findings.Add("outgoing-link", {link.path},
+                 "it leads to " + link.target + ", outside the device's files");
+  }
+  Result<bool> remains = Finish(std::move(boot), &findings);
+  if (remains.ok() && *remains) {
+    remains = Finish(check.Start({kMakeDirectories}, nullptr), &findings);
+  }
+  if (!remains.ok()) return remains.error();
+  return findings.Sorted();
 }
 
 }  // namespace extprop

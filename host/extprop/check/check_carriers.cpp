@@ -1,118 +1,183 @@
 #include <algorithm>
-#include <filesystem>
+#include <iterator>
 
-#include "host/extprop/check/state_files.h"
-#include "host/extprop/check/unread_files.h"
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "host/extprop/boot/device_layout.h"
+#include "host/extprop/check/checks.h"
 
 namespace extprop {
 
 namespace {
 
 using android::base::EndsWith;
+using android::base::StartsWith;
 
-constexpr size_t kNvKeySize = 8;
+// The properties whose values name a carrier's directory.
+constexpr const char* kCarrierProperties[] = {kFirstKey, kCurrentKey, kChannelKey};
 
-const std::string kAnyNvMapping = std::string("/etc/") + kNvMapping;
-const std::string kAnyFirstMapping = std::string("/etc/") + kFirstMapping;
+// The state files that are upgraded from the old format, and their copies, which are not.
+constexpr const char* kUpgradedFiles[] = {kFirstFile, kCurrentFile};
+constexpr const char* kCopies[] = {kDataFirstFile, kDataCurrentFile};
 
-// Calls `take` with each line that one of the mapping files of that name has, imports included.
-template <typename Take>
-void ForEachMapping(const Survey& survey, const std::string& end, Take take) {
-  for (const Reading& reading : survey.readings) {
-    if (!EndsWith(survey.readings[reading.outermost].path, end)) continue;
-    for (const ReadingLine& read : reading.lines) {
-      if (Sets(*read.line)) take(Place{reading.path, read.line->line}, *read.line);
+bool IsStateFile(const std::string& path) {
+  return StartsWith(path, "/mnt/vendor/vemrareserve/system/") ||
+         StartsWith(path, "/data/system/customize/");
+}
+
+template <typename List>
+bool Has(const List& list, const std::string& text) {
+  return std::find(std::begin(list), std::end(list), text) != std::end(list);
+}
+
+// What the boot read of the file as a text, before it wrote it.
+std::string TextOf(const BootRecord& boot, const std::string& path) {
+  for (const FileEvent* file : Only<FileEvent>(boot)) {
+    if (file->op == FileOp::kRead && file->path == path && !file->content.empty()) {
+      return file->content;
     }
   }
+  return "";
 }
 
-std::string KeyedFile(const std::string& key) {
-  return "etc/build." + key + ".prop";
+// Reports white space at the end of a bare key, which no name of a file or mapping has. Returns
+// whether there is none.
+bool CheckBareKey(const std::string& path, const std::string& key, Findings* findings) {
+  if (android::base::Trim("x" + key) == "x" + key) return true;
+  const bool line_end = EndsWith(key, "\n") || EndsWith(key, "\r");
+  findings->Add(line_end ? "line-end-in-key" : "trailing-space", {path, 1},
+                std::string(line_end ? "the line end" : "the blank at the end") +
+                    " is part of the key " + Quoted(key) + ", so nothing matches it");
+  return false;
 }
 
-// Returns the key of etc/build.KEY.prop.
-std::string KeyOf(const std::string& path) {
-  const std::string name = std::filesystem::path(path).stem();
-  return name.substr(std::min(name.size(), std::string("build.").size()));
-}
-
-// Whether the operator properties can make the key: both parts are lowered and joined.
-bool MayBeOperator(const std::string& key) {
-  const size_t dash = key.find('-', 1);
-  return dash != std::string::npos && dash + 1 < key.size() &&
-         std::none_of(key.begin(), key.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+void CheckCarrier(const Place& at, const std::string& key, const CarrierFiles& carriers,
+                  Findings* findings) {
+  if (key.empty() || carriers.keyed_directories.count(key) != 0) return;
+  findings->Add("unknown-carrier", at, "no partition has a directory properties/" + key);
 }
 
 }  // namespace
 
-void CheckMappings(const Survey& survey, CheckContext* context) {
-  ForEachMapping(survey, kAnyNvMapping, [&](const Place& at, const PropertyLine& line) {
-    if (line.name.size() > kNvKeySize) {
-      context->Report("long-nv-key", at,
-                      Quoted(line.name) + " never matches: an NV key has eight bytes at most");
-    }
-    if (line.value.empty() || context->carrier_paths.count(KeyedFile(line.value)) != 0) return;
-    context->Report("missing-target", at, "no partition has " + KeyedFile(line.value));
-  });
-  ForEachMapping(survey, kAnyFirstMapping, [&](const Place& at, const PropertyLine& line) {
-    if (line.value.empty() || context->carrier_paths.count("properties/" + line.value) != 0) return;
-    context->Report("missing-target", at, "no partition has a directory properties/" + line.value);
-  });
+bool IsBareKey(const Reading& reading) {
+  const std::string& path = reading.path;
+  if (!Has(kUpgradedFiles, path) && !Has(kCopies, path) && path != kSimActionFile) return false;
+  bool bare = false;
+  for (const ReadingLine& read : reading.lines) {
+    if (Sets(*read.line)) return false;
+    bare = bare || read.line->outcome == LineOutcome::kNoProperty;
+  }
+  return bare;
 }
 
-void CheckLegacyKeys(const Survey& survey, const BootRecord& boot, CheckContext* context) {
-  struct Candidate {
-    std::string key;
-    Place at;
-  };
-  const auto target_of = [context](const std::string& key, const char* mapping) {
-    std::string target;
-    context->library.find_nv_ssv_target_key(key, mapping, &target);
-    return target;
-  };
-  const auto report = [context](const Candidate& candidate, const char* mapping) {
-    context->Report("unmapped-key", candidate.at,
-                    "no etc/" + std::string(mapping) + " knows the key " + Quoted(candidate.key));
-  };
-  const auto boot_carrier = boot.initial.find("ro.boot.vmcarrier");
-  const Candidate carrier = {boot_carrier == boot.initial.end() ? "" : boot_carrier->second,
-                             {kPropertiesPath}};
-  Candidate nv = {survey.nv_key, {survey.nv_source, 1}};
-  Candidate ssv = {survey.ssv_key, {survey.ssv_source, 1}};
-  if (!CheckBareKey(nv.at.path, nv.key, context)) nv.key.clear();
-  // Of a property file the whole text is a key that nothing can match.
-  const bool is_bare = ssv.key.find('=') == std::string::npos;
-  if (!is_bare || !CheckBareKey(ssv.at.path, ssv.key, context)) ssv.key.clear();
-  if (!nv.key.empty() && survey.nv_target.empty()) report(nv, kNvMapping);
-
-  // The first key is derived only where the device keeps none; then one candidate is enough.
-  const std::vector<const FileEvent*> files = Only<FileEvent>(boot);
-  const bool derived = std::any_of(files.begin(), files.end(), [](const FileEvent* file) {
-    return file->op == FileOp::kAccess && EndsWith(file->path, kAnyFirstMapping);
-  });
-  const Candidate* candidates[] = {&carrier, &nv, &ssv};
-  const bool mapped = std::any_of(
-      std::begin(candidates), std::end(candidates),
-      [&](const Candidate* each) { return !target_of(each->key, kFirstMapping).empty(); });
-  if (!derived || mapped) return;
-  for (const Candidate* each : candidates) {
-    if (!each->key.empty()) report(*each, kFirstMapping);
+void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& readings,
+                     const CarrierFiles& carriers, Findings* findings) {
+  for (const Reading& reading : readings) {
+    if (!IsStateFile(reading.path)) continue;
+    if (IsBareKey(reading) && Has(kCopies, reading.path)) {
+      findings->Add("old-state-file", {reading.path, 1},
+                    "a bare key, which is ignored in this file");
+    }
+    if (IsBareKey(reading) && Has(kUpgradedFiles, reading.path)) {
+      findings->Add("old-state-file", {reading.path, 1},
+                    "a bare key, the old format; the next boot rewrites it");
+      const std::string key = TextOf(boot, reading.path);
+      if (CheckBareKey(reading.path, key, findings)) {
+        CheckCarrier({reading.path, 1}, key, carriers, findings);
+      }
+    }
+    for (const ReadingLine& read : reading.lines) {
+      if (!Sets(*read.line) || !Has(kCarrierProperties, read.line->name)) continue;
+      CheckCarrier({reading.path, read.line->line}, read.line->value, carriers, findings);
+    }
   }
 }
 
-void CheckReach(const Survey& survey, const std::set<std::string>& done, CheckContext* context) {
+void CheckMappings(const CarrierFiles& carriers, Findings* findings) {
+  for (const auto& [file, at, key, target] : carriers.mappings) {
+    const bool nv = file == kNvMapping;
+    if (nv && key.size() > kNvKeySize) {
+      findings->Add("long-nv-key", at,
+                    Quoted(key) + " never matches: an NV key has eight bytes at most");
+    }
+    const bool known = nv ? carriers.keyed_files.count(target) != 0
+                          : carriers.keyed_directories.count(target) != 0;
+    if (target.empty() || known) continue;
+    const std::string missing =
+        nv ? "etc/build." + target + ".prop" : "a directory properties/" + target;
+    findings->Add("missing-target", at, "no partition has " + missing);
+  }
+}
+
+void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findings* findings) {
+  const auto report = [&](const LegacyKey& key, const char* mapping) {
+    if (key.key.empty()) return;
+    const Place at = {key.source, key.source == kPropertiesPath ? size_t{0} : size_t{1}};
+    findings->Add("unmapped-key", at,
+                  "no etc/" + std::string(mapping) + " knows the key " + Quoted(key.key));
+  };
+  const auto boot_carrier = boot.initial.find(kBootCarrier);
+  const LegacyKey carrier = {boot_carrier == boot.initial.end() ? "" : boot_carrier->second,
+                             kPropertiesPath};
+  LegacyKey nv = carriers.nv, ssv = carriers.ssv;
+  if (!CheckBareKey(nv.source, nv.key, findings)) nv.key.clear();
+  // Of a property file the whole text is a key that nothing can match.
+  const bool is_bare = ssv.key.find('=') == std::string::npos;
+  if (!is_bare || !CheckBareKey(ssv.source, ssv.key, findings)) ssv.key.clear();
+  if (carriers.nv_target.empty()) report(nv, kNvMapping);
+
+  // The first key is derived only where the device keeps none; then one legacy key is enough.
+  const std::vector<const FileEvent*> files = Only<FileEvent>(boot);
+  const bool derived = std::any_of(files.begin(), files.end(), [](const FileEvent* file) {
+    return file->op == FileOp::kAccess &&
+           EndsWith(file->path, std::string("/etc/") + kFirstMapping);
+  });
+  if (!derived || carriers.legacy_mapped) return;
+  for (const LegacyKey& key : {carrier, nv, ssv}) report(key, kFirstMapping);
+}
+
+void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
+                Findings* findings) {
   std::set<std::string> keys;  // what an NV key is translated to, and what may be an SSV key
-  ForEachMapping(survey, kAnyNvMapping,
-                 [&](const Place&, const PropertyLine& line) { keys.insert(line.value); });
-  ForEachMapping(survey, kAnyFirstMapping,
-                 [&](const Place&, const PropertyLine& line) { keys.insert(line.name); });
-  for (const auto& [path, kind] : survey.kinds) {
-    if (kind != FileKind::kKeyedFile || done.count(path) != 0) continue;
-    const std::string key = KeyOf(path);
-    if (keys.count(key) != 0 || MayBeOperator(key)) continue;
-    context->Report("unreached-file", {path},
+  for (const auto& [file, at, key, target] : carriers.mappings) {
+    keys.insert(file == kNvMapping ? target : key);
+  }
+  for (const auto& [key, paths] : carriers.keyed_files) {
+    if (keys.count(key) != 0 || IsOperatorKey(key)) continue;
+    for (const std::string& path : paths) {
+      if (read.count(path) != 0) continue;
+      findings->Add("unreached-file", {path},
                     "no mapping file leads to " + Quoted(key) +
                         ", and no operator properties do; only that very SSV key would");
+    }
+  }
+}
+
+void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readings,
+                         Findings* findings) {
+  using Values = std::map<std::string, std::pair<std::string, Place>>;  // by name
+  std::map<std::string, Values> files;                                  // by path
+  for (const Reading& reading : readings) {
+    const std::string& path = readings[reading.outermost].path;
+    const auto file = survey.files.find(path);
+    if (file == survey.files.end() || file->second.kind != FileKind::kKeyedInOrder) continue;
+    for (const ReadingLine& read : reading.lines) {
+      const PropertyLine& line = *read.line;
+      if (Sets(line)) files[path][line.name] = {line.value, {reading.path, line.line}};
+    }
+  }
+  std::map<std::pair<std::string, std::string>, const Values::mapped_type*> first;
+  for (const auto& [path, values] : files) {
+    for (const auto& [name, value] : values) {
+      const auto [earlier, is_new] =
+          first.try_emplace({android::base::Dirname(path), name}, &value);
+      if (is_new || earlier->second->first == value.first) continue;
+      findings->Add("directory-order", value.second,
+                    Quoted(name) + " is " + Quoted(earlier->second->first) +
+                        " in another file, and which counts depends on the directory's order",
+                    earlier->second->second);
+    }
   }
 }
 

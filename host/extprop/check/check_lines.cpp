@@ -3,8 +3,12 @@
 
 #include <string_view>
 
-#include "host/extprop/check/check_context.h"
-#include "host/extprop/check/state_files.h"
+#include <map>
+
+#include <android-base/strings.h>
+
+#include "host/extprop/boot/device_layout.h"
+#include "host/extprop/check/checks.h"
 
 namespace extprop {
 
@@ -17,17 +21,16 @@ constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 
 // Lines of mapping files and the info files' own keys are no properties.
 bool IsProperty(const std::string& path, const std::string& name) {
-  if (path == kMountInfoFile || path == kModuleInfoFile) {
-    return StartsWith(name, "sys.") || StartsWith(name, "ro.") || StartsWith(name, "persist.");
-  }
-  return !EndsWith(path, std::string("/etc/") + kNvMapping) &&
-         !EndsWith(path, std::string("/etc/") + kFirstMapping);
+  const FileContent content = ContentOf(path);
+  if (content == FileContent::kProperties) return true;
+  return content == FileContent::kInfo &&
+         (StartsWith(name, "sys.") || StartsWith(name, "ro.") || StartsWith(name, "persist."));
 }
 
 class ReadingCheck {
  public:
-  ReadingCheck(const Reading& reading, Imports imports, CheckContext* context)
-      : reading_(reading), imports_(imports), context_(*context) {}
+  ReadingCheck(const Reading& reading, Imports imports, const Library& library, Findings* findings)
+      : reading_(reading), imports_(imports), library_(library), findings_(*findings) {}
 
   void Run() {
     if (!reading_.error.empty()) return ReportUnread();
@@ -42,12 +45,13 @@ class ReadingCheck {
   void CheckImport(const ReadingLine& read);
   void Report(const char* id, const PropertyLine& line, const std::string& message,
               const Place& other = {}) {
-    context_.Report(id, {reading_.path, line.line}, message, other);
+    findings_.Add(id, {reading_.path, line.line}, message, other);
   }
 
   const Reading& reading_;
   const Imports imports_;
-  CheckContext& context_;
+  const Library& library_;
+  Findings& findings_;
   std::map<std::string_view, const PropertyLine*> names_;
 };
 
@@ -55,15 +59,15 @@ void ReadingCheck::ReportUnread() {
   struct stat status;
   const bool exists = lstat(reading_.path.c_str(), &status) == 0;
   if (!exists && EndsWith(reading_.path, "/build.prop")) {
-    context_.Report("missing-partition", {reading_.path},
-                    "there is no such file, so the partition has no build properties");
+    findings_.Add("missing-partition", {reading_.path},
+                  "there is no such file, so the partition has no build properties");
     return;
   }
   const bool is_link = exists && S_ISLNK(status.st_mode);
-  context_.Report("unreadable-file", {reading_.path},
-                  is_link ? "it is a symbolic link, and links to property files are not followed"
-                          : "it cannot be read: " + reading_.error,
-                  reading_.import);
+  findings_.Add("unreadable-file", {reading_.path},
+                is_link ? "it is a symbolic link, and links to property files are not followed"
+                        : "it cannot be read: " + reading_.error,
+                reading_.import);
 }
 
 void ReadingCheck::CheckLine(const ReadingLine& read) {
@@ -103,10 +107,10 @@ void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
 
 void ReadingCheck::CheckProperty(const PropertyLine& line) {
   if (IsProperty(reading_.path, line.name)) {
-    if (!context_.library.IsLegalPropertyName(line.name)) {
+    if (!library_.IsLegalPropertyName(line.name)) {
       Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
     }
-    const auto legal = context_.library.IsLegalPropertyValue(line.name, line.value);
+    const auto legal = library_.IsLegalPropertyValue(line.name, line.value);
     if (!legal.ok()) {
       Report("illegal-value", line, Quoted(line.name) + ": " + legal.error().message());
     }
@@ -131,27 +135,28 @@ void ReadingCheck::CheckImport(const ReadingLine& read) {
     return;
   }
   if (line.outcome == LineOutcome::kImportNotExpandable) {
-    const char* reason = After(read.said, "Could not expand filename ': ");
-    if (!depends) Report("unexpandable-import", line, reason == nullptr ? line.name : reason);
+    std::string_view reason = read.said;
+    if (!android::base::ConsumePrefix(&reason, "Could not expand filename ': ")) reason = line.name;
+    if (!depends) Report("unexpandable-import", line, std::string(reason));
     return;
   }
-  const char* logged = After(read.said, "import refused, ");
-  std::string why = logged == nullptr ? "" : logged;
-  const std::string end = ": " + line.name;
   // It is logged once for each path.
-  const bool known = EndsWith(why, end);
-  why = known ? why.substr(0, why.size() - end.size()) : "an earlier import of it was refused";
-  Report("refused-import", line, line.name + " is not imported: " + why);
+  std::string_view why = read.said;
+  const bool known = android::base::ConsumePrefix(&why, "import refused, ") &&
+                     android::base::ConsumeSuffix(&why, ": " + line.name);
+  if (!known) why = "an earlier import of it was refused";
+  Report("refused-import", line, line.name + " is not imported: " + std::string(why));
 }
 
 }  // namespace
 
-void CheckReading(const Reading& reading, Imports imports, CheckContext* context) {
-  ReadingCheck(reading, imports, context).Run();
+void CheckReading(const Reading& reading, Imports imports, const Library& library,
+                  Findings* findings) {
+  ReadingCheck(reading, imports, library, findings).Run();
 }
 
 void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
-                    CheckContext* context) {
+                    Findings* findings) {
   for (const Step& step : boot.steps) {
     if (step.name != "partitions") continue;
     std::map<std::string_view, const PropertyLine*> setters;
@@ -160,9 +165,9 @@ void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings
       const PropertyLine*& setter = setters[line->name];
       if (setter != nullptr && line->outcome == LineOutcome::kReplaced &&
           readings[setter->file].outermost != readings[line->file].outermost) {
-        context->Report("partition-override", {readings[line->file].path, line->line},
-                        Quoted(line->name) + " replaces " + Quoted(setter->value),
-                        {readings[setter->file].path, setter->line});
+        findings->Add("partition-override", {readings[line->file].path, line->line},
+                      Quoted(line->name) + " replaces " + Quoted(setter->value),
+                      {readings[setter->file].path, setter->line});
       }
       setter = line;
     }

@@ -6,7 +6,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "host/extprop/check/check.h"
+#include "host/extprop/check/findings.h"
+#include "host/extprop/trees/device_tree.h"
 
 namespace extprop {
 

@@ -1,93 +1,75 @@
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <android-base/file.h>
 #include <android-base/unique_fd.h>
 
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/boot/property_input.h"
 #include "host/extprop/command/commands.h"
-#include "host/extprop/render/render_html.h"
+#include "host/extprop/render/pages.h"
 #include "host/extprop/render/render_text.h"
 
 namespace extprop {
 
 namespace {
 
-namespace fs = std::filesystem;
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
+using nlohmann::json;
 
 // Opens the directory that takes the resulting tree, made if there is none.
-Result<unique_fd> OpenKeep(const std::string& path, const std::string& tree) {
-  if (IsInside(path, tree)) return Error() << "--keep " << path << ": lies in " << tree;
+Result<unique_fd> OpenKeep(const std::string& path) {
   if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
     return ErrnoError() << "--keep " << path << ": cannot make the directory";
   }
   unique_fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd < 0) return ErrnoError() << "--keep " << path << ": cannot open the directory";
-  if (!fs::is_empty(path)) return Error() << "--keep " << path << ": is not an empty directory";
-  return fd;
-}
-
-void Print(const Options& options, const BootRecord& record) {
-  if (options.json) {
-    std::cout << JsonText(ToJson(record)) << '\n';
-  } else if (options.html.empty()) {
-    const Severity level = options.log.value_or(options.all ? Severity::kInfo : Severity::kError);
-    RenderText(record, {options.all, level, ColourWanted(), TerminalWidth()}, std::cout);
+  if (!std::filesystem::is_empty(path)) {
+    return Error() << "--keep " << path << ": is not an empty directory";
   }
+  return fd;
 }
 
 }  // namespace
 
-bool IsInside(const std::string& path, const std::string& directory) {
-  const std::string inner = fs::weakly_canonical(path).string() + "/";
-  const std::string outer = fs::canonical(directory).string() + "/";
-  return outer == "//" || inner.compare(0, outer.size(), outer) == 0;
-}
-
 int Boot(const Options& options) {
-  Result<BootPlan> plan = MakePlan(options.boot);
-  if (!plan.ok()) return Fail(kBadInput, plan.error().message());
+  BootPlan plan = OrFail(kBadInput, MakePlan(options.boot));
   unique_fd keep_fd;
-  if (!options.keep.empty()) {
-    Result<unique_fd> opened = OpenKeep(options.keep, plan->tree);
-    if (!opened.ok()) return Fail(kBadInput, opened.error().message());
-    keep_fd = std::move(*opened);
-    plan->keep_fd = keep_fd.get();
-  }
-  for (const auto& [option, path] :
-       {std::pair("--save-props ", options.save_props), std::pair("--html ", options.html)}) {
-    if (path.empty() || !IsInside(path, plan->tree)) continue;
-    return Fail(kBadInput, option + path + ": lies in " + plan->tree);
-  }
-  plan->lines = !options.html.empty();
+  RefuseInside("--keep", options.keep, plan.tree);
+  if (!options.keep.empty()) keep_fd = OrFail(kBadInput, OpenKeep(options.keep));
+  plan.keep_fd = keep_fd.get();
+  RefuseInside("--save-props", options.save_props, plan.tree);
+  RefuseInside("--html", options.html, plan.tree);
+  plan.lines = !options.html.empty();
 
-  Result<BootRecord> record = RunBoot(*plan);
-  if (!record.ok()) return Fail(kFailed, record.error().message());
-  Print(options, *record);
-  if (!std::cout.flush()) return Fail(kFailed, "cannot write the standard output");
-
-  if (!options.html.empty() &&
-      !android::base::WriteStringToFile(RenderHtml(options.command_line, plan->tree, *record),
-                                        options.html, true)) {
-    return Fail(kBadInput, "--html " + options.html + ": " + strerror(errno));
-  }
-  if (!options.save_props.empty()) {
-    if (!android::base::WriteStringToFile(StoredText(*record), options.save_props)) {
-      return Fail(kBadInput, "--save-props " + options.save_props + ": " + strerror(errno));
-    }
-  }
-  return ReportStep(kFailed, *record);
+  const json told = OrFail(
+      kFailed, RunBoot(plan, [&](const BootRecord& record) -> json {
+        std::ostringstream text;
+        if (options.json) {
+          text << JsonText(ToJson(record)) << '\n';
+        } else if (options.html.empty()) {
+          Severity level = options.all ? Severity::kInfo : Severity::kError;
+          if (!options.log.empty()) level = kLogLevels.at(options.log);
+          RenderText(record, {options.all, level, ColourWanted(), TerminalWidth()}, text);
+        }
+        return {{"text", text.str()},
+                {"page", plan.lines ? RenderHtml(options.command_line, plan.tree, record) : ""},
+                {"stored", StoredText(record)},
+                {"error", ErrorOf(record)}};
+      }));
+  std::cout << told["text"].get<std::string>();
+  EndOutput(kFailed);
+  WriteOutput("--html", options.html, told["page"]);
+  WriteOutput("--save-props", options.save_props, told["stored"]);
+  RequireWholeBoot(kFailed, told["error"]);
+  return kSuccess;
 }
 
 }  // namespace extprop

@@ -6,30 +6,24 @@
 #include "host/extprop/boot/property_input.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/compare.h"
-#include "host/extprop/render/render_text.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
 namespace {
 
-using android::base::Error;
-using android::base::Result;
+using nlohmann::json;
 
-constexpr int kSame = 0;
-constexpr int kDifferent = 1;
-constexpr int kTrouble = 2;
-
-Result<BootRecord> BootSide(const BootOptions& options) {
-  Result<BootPlan> plan = MakePlan(options);
-  if (!plan.ok()) return plan.error();
-  plan->lines = true;
-  Result<BootRecord> record = RunBoot(*plan);
-  if (!record.ok()) return record.error();
-  for (const Step& step : record->steps) {
-    if (!step.error.empty())
-      return Error() << options.tree << ": " << step.name << ": " << step.error;
-  }
-  return record;
+Endings BootSide(const BootOptions& options) {
+  BootPlan plan = OrFail(kTrouble, MakePlan(options));
+  plan.lines = true;
+  const json told = OrFail(kTrouble, RunBoot(plan, [&](const BootRecord& record) -> json {
+                             const std::string error = ErrorOf(record);
+                             return {{"endings", EndingsOf(record)},
+                                     {"error", error.empty() ? "" : options.tree + ": " + error}};
+                           }));
+  RequireWholeBoot(kTrouble, told["error"]);
+  return told["endings"];
 }
 
 void Append(const std::vector<std::string>& from, std::vector<std::string>* to) {
@@ -37,12 +31,11 @@ void Append(const std::vector<std::string>& from, std::vector<std::string>* to) 
 }
 
 // What a phone printed is the end of a boot of which nothing else is known.
-Result<BootRecord> OtherSide(const Options& options) {
+Endings OtherSide(const Options& options) {
   if (!options.against.empty()) {
     BootRecord phone;
-    Result<void> read = ReadPhone(options.against, &phone.properties);
-    if (!read.ok()) return read.error();
-    return phone;
+    OrFail(kTrouble, ReadPhone(options.against, &phone.properties));
+    return EndingsOf(phone);
   }
   BootOptions other = options.boot;
   if (!options.tree_b.empty()) other.tree = options.tree_b;
@@ -53,10 +46,7 @@ Result<BootRecord> OtherSide(const Options& options) {
 }
 
 void PrintSide(const char* mark, const char* colour, const Ending& ending) {
-  const bool coloured = ColourWanted();
-  std::cout << (coloured ? colour : "") << mark
-            << (ending.value.empty() ? "unset" : "[" + Visible(ending.value) + "]")
-            << (coloured ? "\033[0m" : "");
+  std::cout << Coloured(colour, mark + Shown(ending.value));
   if (!ending.place.empty()) std::cout << "  " << Visible(ending.place);
   if (!ending.loader.empty()) std::cout << " (" << Visible(ending.loader) << ')';
   std::cout << '\n';
@@ -73,12 +63,8 @@ int Diff(const Options& options) {
     return Fail(kTrouble,
                 "diff needs a second DIR, --set-b, --props-b or --carrier-b, or else --against");
   }
-  Result<BootRecord> a = BootSide(options.boot);
-  if (!a.ok()) return Fail(kTrouble, a.error().message());
-  Result<BootRecord> b = OtherSide(options);
-  if (!b.ok()) return Fail(kTrouble, b.error().message());
-
-  std::vector<Difference> differences = Compare(*a, *b);
+  const Endings a = BootSide(options.boot);
+  std::vector<Difference> differences = Compare(a, OtherSide(options));
   // A phone has many properties that are none of the library's business.
   const auto kept = std::remove_if(differences.begin(), differences.end(), [&](const auto& found) {
     return phone && found.a.place.empty() && found.a.note.empty();
@@ -90,12 +76,12 @@ int Diff(const Options& options) {
   } else {
     for (const auto& [name, ending_a, ending_b] : differences) {
       std::cout << '[' << Visible(name) << "]\n";
-      PrintSide("  - ", "\033[31m", ending_a);
-      PrintSide("  + ", "\033[32m", ending_b);
+      PrintSide("  - ", kRed, ending_a);
+      PrintSide("  + ", kGreen, ending_b);
     }
     if (phone) std::cout << "only on the phone: " << left_out << " that nothing here sets\n";
   }
-  if (!std::cout.flush()) return Fail(kTrouble, "cannot write the standard output");
+  EndOutput(kTrouble);
   return differences.empty() ? kSame : kDifferent;
 }
 

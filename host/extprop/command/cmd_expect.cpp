@@ -1,41 +1,62 @@
+#include <android-base/strings.h>
+
+#include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
-#include "host/extprop/boot/library_functions.h"
 #include "host/extprop/carriers/carrier_table.h"
 #include "host/extprop/command/commands.h"
-#include "host/extprop/expect/check_expectations.h"
+#include "host/extprop/expect/expectations.h"
 #include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Unmet, path, line, id, name, expected, value, place, note,
-                                   sections)
-
 namespace {
 
-using android::base::Result;
 using nlohmann::json;
+using Choices = std::vector<CarrierChoice>;
 
-constexpr int kUnmet = 1;
-constexpr int kTrouble = 2;
 constexpr size_t kSectionsShown = 3;
 
-std::string Message(const Unmet& unmet) {
+// What a device does not do as expected.
+struct Unmet {
+  std::string path;  // of the file that expects it
+  unsigned line = 0;
+  std::string id;         // "unmet", or "unknown-carrier" of a section that was not booted for it
+  std::string name = {};  // of the property; empty for an unknown carrier
+  std::string expected = {};               // as in an Expectation
+  std::string value = {};                  // what it is instead; empty where it is unset
+  std::string place = {};                  // what set or cleared it; empty where nothing did
+  std::string note = {};                   // what else is to be known, as of an Ending
+  std::vector<std::string> sections = {};  // the titles of those that are concerned
+  std::string message = {};
+};
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Unmet, path, line, id, name, expected, value, place, note,
+                                   sections, message)
+
+struct Checked {
+  size_t boots = 0;
+  std::vector<Unmet> unmet;         // in the order of the files and lines
+  std::vector<std::string> errors;  // of boots that could not be made or completed
+};
+
+std::string Message(const Unmet& unmet, bool in_all) {
   if (unmet.name.empty()) return unmet.note + "; its section is not checked";
   std::string message = "[" + unmet.name + "] is ";
-  message += unmet.value.empty() ? "unset" : "[" + unmet.value + "]";
+  message += unmet.value.empty() ? "unset, not " : "[" + unmet.value + "], not ";
   if (unmet.expected.empty()) {
-    message += ", not unset";
+    message += "unset";
   } else {
-    message +=
-        unmet.expected == kAnyValue ? ", not set to a value" : ", not [" + unmet.expected + "]";
+    message += unmet.expected == kAnyValue ? "set to a value" : "[" + unmet.expected + "]";
   }
-  for (size_t i = 0; !unmet.in_all && i < unmet.sections.size() && i < kSectionsShown; ++i) {
+  const size_t sections = in_all ? 0 : unmet.sections.size();
+  for (size_t i = 0; i < std::min(sections, kSectionsShown); ++i) {
     message += (i == 0 ? " with [" : ", [") + unmet.sections[i] + "]";
   }
-  if (!unmet.in_all && unmet.sections.size() > kSectionsShown) {
-    message += " and " + std::to_string(unmet.sections.size() - kSectionsShown) + " more";
+  if (sections > kSectionsShown) {
+    message += " and " + std::to_string(sections - kSectionsShown) + " more";
   }
   if (!unmet.place.empty()) {
     message += (unmet.value.empty() ? "; cleared by " : "; set by ") + unmet.place;
@@ -43,69 +64,101 @@ std::string Message(const Unmet& unmet) {
   return message + (unmet.note.empty() ? "" : "; " + unmet.note);
 }
 
-json ToJson(const ExpectationResult& result) {
-  json all = {{"boots", result.boots}, {"expectations", result.expectations}};
-  all["unmet"] = json::array();
-  for (const Unmet& unmet : result.unmet) {
-    all["unmet"].push_back(unmet);
-    all["unmet"].back()["message"] = Message(unmet);
-  }
-  return all;
-}
-
-void PrintText(const ExpectationResult& result) {
-  const char* red = ColourWanted() ? "\033[1;31m" : "";
-  const char* plain = ColourWanted() ? "\033[0m" : "";
-  for (const Unmet& unmet : result.unmet) {
-    std::cout << Visible(unmet.path) << ':' << unmet.line << ": " << red << "error:" << plain << ' '
-              << Visible(Message(unmet)) << " [" << unmet.id << "]\n";
-  }
-}
-
-std::string Count(size_t number, const std::string& noun) {
-  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
-
-// The names that something on the device sets are what a file is to hold; what it only boots with
-// is not.
-bool IsSetByDevice(const Ending& ending) {
-  return !ending.value.empty() && !ending.loader.empty();
-}
-
-// What choosing a carrier sets by itself differs from key to key without anybody's doing.
-std::set<std::string> NamesOfChoices(const BootPlan& plan, const CarrierTable& table) {
-  std::set<std::string> names;
-  for (const CarrierColumn& column : table.columns) {
-    BootPlan chosen = plan;
-    if (!PutInForce({{column.key.kind, column.key.name}}, &chosen).ok()) continue;
-    for (const auto& [name, value] : chosen.properties) {
-      const auto before = plan.properties.find(name);
-      if (before == plan.properties.end() || before->second != value) names.insert(name);
+// Returns the sections whose carriers the device knows; the others are findings.
+std::vector<ExpectationSection> KnownSections(const BootPlan& plan, const Choices& base,
+                                              const Expectations& expectations,
+                                              std::vector<Unmet>* unmet) {
+  const std::vector<CarrierKey> keys = OrFail(kTrouble, FindCarrierKeys(plan));
+  const std::vector<std::string> wrong = Doubts(base, keys);
+  if (!wrong.empty()) throw Failure(kTrouble, "--carrier " + android::base::Join(wrong, "; "));
+  std::vector<ExpectationSection> known;
+  for (const ExpectationSection& section : expectations.sections) {
+    const std::string doubts = android::base::Join(Doubts(section.choices, keys), "; ");
+    if (doubts.empty()) {
+      known.push_back(section);
+    } else {
+      unmet->push_back({section.path, section.line, "unknown-carrier"});
+      unmet->back().note = doubts;
+      unmet->back().sections = {section.title};
     }
   }
-  return names;
+  return known;
 }
 
+// Adds what does not hold after the boot of a section. Where many devices fail in the same way, it
+// is told once.
+void AddUnmet(const ExpectationMap& expectations, const std::string& section,
+              const CarrierBoots& boots, const CarrierOutcome& outcome, std::vector<Unmet>* unmet) {
+  for (const auto& [name, expectation] : expectations) {
+    const auto& [path, line, expected] = expectation;
+    const auto& [value, place, loader, note] = EndingOf(boots, outcome, name);
+    if (expected == kAnyValue ? !value.empty() : value == expected) continue;
+    const Unmet found = {path, line, "unmet", name, expected, value, place, note};
+    const auto told = std::find_if(unmet->begin(), unmet->end(), [&](const Unmet& other) {
+      return std::tie(other.line, other.value, other.place, other.note, other.path) ==
+             std::tie(found.line, found.value, found.place, found.note, found.path);
+    });
+    Unmet& one = told == unmet->end() ? unmet->emplace_back(found) : *told;
+    one.sections.push_back(section);
+  }
+}
+
+// Boots once for each section, with the carriers of `base` beside the section's own.
+Checked Check(const BootPlan& plan, const Choices& base, const Expectations& expectations,
+              unsigned jobs) {
+  Checked checked;
+  const std::vector<ExpectationSection> sections =
+      KnownSections(plan, base, expectations, &checked.unmet);
+  checked.boots = sections.size();
+  const CarrierBoots boots = OrFail(kTrouble, BootByDefault(plan, base, expectations.names));
+  std::vector<Choices> choices;
+  for (const ExpectationSection& section : sections) choices.push_back(section.choices);
+  std::vector<Unmet> everywhere;
+  const auto check = [&](size_t index, const CarrierOutcome& outcome) {
+    const auto& [path, line, title, carriers, own] = sections[index];
+    if (outcome.error.empty()) {
+      AddUnmet(expectations.everywhere, title, boots, outcome, &everywhere);
+      AddUnmet(own, title, boots, outcome, &checked.unmet);
+    } else {
+      checked.errors.push_back("[" + title + "]: " + outcome.error);
+    }
+  };
+  BootEach(boots, choices, jobs, check);
+  for (Unmet& unmet : checked.unmet) unmet.message = Message(unmet, true);
+  for (Unmet& unmet : everywhere) {
+    unmet.message = Message(unmet, unmet.sections.size() == checked.boots);
+    checked.unmet.push_back(std::move(unmet));
+  }
+  std::stable_sort(checked.unmet.begin(), checked.unmet.end(), [](const Unmet& a, const Unmet& b) {
+    return std::tie(a.path, a.line) < std::tie(b.path, b.line);
+  });
+  return checked;
+}
+
+// What holds on every device, in the default section what holds only where no key is chosen, and in
+// the section of each key how it differs from that.
 int WriteExpectations(const BootPlan& plan, const Options& options) {
-  Result<CarrierTable> table = FillCarrierTable(plan, options.boot.carriers, options.jobs);
-  if (!table.ok()) return Fail(kTrouble, table.error().message());
-  const std::set<std::string> varying = VaryingNames(*table);
-  const std::set<std::string> chosen = NamesOfChoices(plan, *table);
+  const CarrierTable table =
+      OrFail(kTrouble, FillCarrierTable(plan, options.boot.carriers, options.jobs));
+  const std::set<std::string> varying = VaryingNames(table);
+  Choices choices;
+  for (const CarrierColumn& column : table.columns) choices.push_back(column.key.Choice());
+  // What choosing a carrier sets by itself differs from key to key without anybody's doing.
+  const std::set<std::string> chosen = NamesSetBy(choices, plan);
   std::cout << "# What extprop expect --write found. Check with the same options.\n\n"
                "# On every device of this build:\n";
-  for (const auto& [name, ending] : table->by_default) {
+  for (const auto& [name, ending] : table.by_default) {
     const bool varies = varying.count(name) != 0 || chosen.count(name) != 0;
-    if (varies || !IsSetByDevice(ending)) continue;
+    // What the device only boots with, no loader sets.
+    if (varies || ending.value.empty() || ending.loader.empty()) continue;
     std::cout << ExpectationLine(name, ending.value) << '\n';
   }
   if (!varying.empty()) std::cout << "\n[default]\n";
   for (const std::string& name : varying) {
-    const auto ending = table->by_default.find(name);
-    const bool is_set = ending != table->by_default.end();
-    std::cout << ExpectationLine(name, is_set ? ending->second.value : "") << '\n';
+    std::cout << ExpectationLine(name, Find(table.by_default, name).value) << '\n';
   }
-  for (const CarrierColumn& column : table->columns) {
-    const std::string title = SectionLine({column.key.kind, column.key.name});
+  for (const CarrierColumn& column : table.columns) {
+    const std::string title = SectionLine(column.key.Choice());
     if (title.empty()) {
       Fail(kSuccess, "warning: left out: no section can name the key " + column.key.name);
       continue;
@@ -115,7 +168,8 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
       std::cout << ExpectationLine(name, ending.value) << '\n';
     }
   }
-  return std::cout.flush() ? kSuccess : Fail(kTrouble, "cannot write the standard output");
+  EndOutput(kTrouble);
+  return kSuccess;
 }
 
 }  // namespace
@@ -123,41 +177,43 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
 int Expect(const Options& options) {
   BootOptions device = options.boot;
   device.carriers.clear();
-  Result<BootPlan> plan = MakePlan(device);
-  if (!plan.ok()) return Fail(kBadInput, plan.error().message());
+  const BootPlan plan = OrFail(kBadInput, MakePlan(device));
   if (options.write == !options.expectation_files.empty()) {
     return Fail(kBadInput, "name a FILE of expectations, or print one with --write");
   }
-  if (options.write) return WriteExpectations(*plan, options);
+  if (options.write) return WriteExpectations(plan, options);
 
-  Result<Factory> factory = LoadLibrary(plan->library);
-  if (!factory.ok()) return Fail(kTrouble, factory.error().message());
+  const Library library = OrFail(kTrouble, LoadLibrary(plan.library));
   Expectations expectations;
-  std::vector<std::string> errors;
+  bool good = true;
   for (const std::string& path : options.expectation_files) {
-    const auto found =
-        ReadExpectations(path, FindLibraryFunctions(*factory).IsLegalPropertyName, &expectations);
-    errors.insert(errors.end(), found.begin(), found.end());
+    for (const std::string& error :
+         ReadExpectations(path, library.IsLegalPropertyName, &expectations)) {
+      std::cerr << Visible(error) << '\n';
+      good = false;
+    }
   }
-  for (const std::string& error : errors) std::cerr << Visible(error) << '\n';
-  if (!errors.empty()) return kBadInput;
+  if (!good) return kBadInput;
 
-  Result<ExpectationResult> result =
-      CheckExpectations(*plan, options.boot.carriers, expectations, options.jobs);
-  if (!result.ok()) return Fail(kTrouble, result.error().message());
+  const auto [boots, unmet, errors] =
+      Check(plan, options.boot.carriers, expectations, options.jobs);
   if (options.json) {
-    std::cout << JsonText(ToJson(*result)) << '\n';
-  } else {
-    PrintText(*result);
+    const json all = {{"boots", boots}, {"expectations", expectations.count}, {"unmet", unmet}};
+    std::cout << JsonText(all) << '\n';
   }
-  if (!std::cout.flush()) return Fail(kTrouble, "cannot write the standard output");
-  for (const std::string& error : result->errors) Fail(kTrouble, error);
-  if (!result->errors.empty()) return kTrouble;
+  for (const Unmet& one : unmet) {
+    if (options.json) continue;
+    std::cout << Visible(one.path) << ':' << one.line << ": " << Coloured(kBoldRed, "error:") << ' '
+              << Visible(one.message) << " [" << one.id << "]\n";
+  }
+  EndOutput(kTrouble);
+  for (const std::string& error : errors) Fail(kTrouble, error);
+  if (!errors.empty()) return kTrouble;
   if (!options.json) {
-    std::cerr << Count(result->expectations, "expectation") << ", " << Count(result->boots, "boot")
-              << ": " << Count(result->unmet.size(), "error") << '\n';
+    std::cerr << Count(expectations.count, "expectation") << ", " << Count(boots, "boot") << ": "
+              << Count(unmet.size(), "error") << '\n';
   }
-  return result->unmet.empty() ? kSuccess : kUnmet;
+  return unmet.empty() ? kSame : kDifferent;
 }
 
 }  // namespace extprop

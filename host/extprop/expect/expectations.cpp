@@ -7,8 +7,7 @@
 #include <cstring>
 #include <iterator>
 #include <sstream>
-
-#include "host/extprop/boot/property_input.h"
+#include <tuple>
 
 namespace extprop {
 
@@ -16,121 +15,107 @@ namespace {
 
 using android::base::Error;
 using android::base::Result;
-
-constexpr const char* kWhiteSpace = " \t\n\v\f\r";
+using android::base::Trim;
 
 class Reader {
  public:
   Reader(const std::string& path, const std::function<bool(const std::string&)>& is_legal_name,
          Expectations* expectations)
-      : is_legal_name_(is_legal_name), all_(*expectations), path_(path) {}
+      : path_(path), is_legal_name_(is_legal_name), all_(*expectations) {}
 
   std::vector<std::string> Read(const std::string& content) {
     std::vector<std::string> errors;
     for (const std::string& raw : android::base::Split(content, "\n")) {
       ++line_;
-      const std::string line = android::base::Trim(raw);
+      const std::string line = Trim(raw);
       if (line.empty() || line[0] == '#') continue;
       Result<void> taken = line[0] == '[' ? TakeSection(line) : TakeExpectation(line);
-      if (taken.ok()) continue;
-      errors.push_back(path_ + ":" + std::to_string(line_) + ": error: " + taken.error().message());
+      if (!taken.ok()) errors.push_back(Here() + ": error: " + taken.error().message());
     }
     return errors;
   }
 
  private:
+  std::string Here() const { return path_ + ":" + std::to_string(line_); }
+
   Result<void> TakeSection(const std::string& line) {
-    ExpectationSection section = {path_, line_, "", {}, {}, {}};
+    ExpectationSection section = {path_, line_, "", {}, {}};
     Result<void> parsed = ParseDevice(line, &section);
     // What follows a wrong one belongs to no other.
-    if (!parsed.ok()) section.title = path_ + ":" + std::to_string(line_);
-    const auto same =
-        std::find_if(all_.sections.begin(), all_.sections.end(),
+    if (!parsed.ok()) section.title = Here();
+    auto& sections = all_.sections;
+    auto same =
+        std::find_if(sections.begin(), sections.end(),
                      [&](const ExpectationSection& other) { return other.title == section.title; });
-    section_ = static_cast<size_t>(same - all_.sections.begin());
-    if (same == all_.sections.end()) all_.sections.push_back(std::move(section));
-    in_section_ = true;
+    if (same == sections.end()) same = sections.insert(same, std::move(section));
+    current_ = &same->expectations;
     return parsed;
   }
 
   Result<void> ParseDevice(const std::string& line, ExpectationSection* section) const {
     if (line.back() != ']') return Error() << "a section is one line that ends with ]";
-    std::istringstream words(line.substr(1, line.size() - 2));
-    std::string word;
-    if (words >> word && word == "default" && !(words >> word)) {
+    std::istringstream inside(line.substr(1, line.size() - 2));
+    const std::vector<std::string> words{std::istream_iterator<std::string>(inside), {}};
+    if (words.empty()) return Error() << "[] names no device; [default] is the one as it is";
+    if (words.size() == 1 && words[0] == "default") {
       section->title = "default";
       return {};
     }
-    words.clear();
-    words.seekg(0);
-    while (words >> word) {
-      Result<void> added = AddToDevice(word, section);
-      if (!added.ok()) return added.error();
+    auto& choices = section->choices;
+    for (const std::string& word : words) {
+      Result<CarrierChoice> choice = ParseChoice(word);
+      if (!choice.ok()) return choice.error();
+      choices.push_back(std::move(*choice));
     }
-    std::sort(section->choices.begin(), section->choices.end(),
-              [](const CarrierChoice& a, const CarrierChoice& b) { return a.kind < b.kind; });
-    std::vector<std::string> parts;
-    const auto add = [&](std::string name, const std::string& value) {
-      parts.push_back(name.append("=").append(value));
-    };
-    for (const auto& [kind, key] : section->choices) add(kind, key);
-    for (const auto& [name, value] : section->properties) add(name, value);
-    if (parts.empty()) return Error() << "[] names no device; [default] is the one as it is";
-    section->title = android::base::Join(parts, " ");
+    std::sort(choices.begin(), choices.end(), [](const CarrierChoice& a, const CarrierChoice& b) {
+      return std::tuple(a.IsProperty(), a.kind) < std::tuple(b.IsProperty(), b.kind);
+    });
+    for (const CarrierChoice& choice : choices) {
+      section->title += (section->title.empty() ? "" : " ") + choice.Text();
+    }
     BootPlan any_device;
-    return PutInForce(section->choices, &any_device);
+    return PutInForce(choices, &any_device);
   }
 
-  Result<void> AddToDevice(const std::string& word, ExpectationSection* section) const {
-    const std::string name = word.substr(0, word.find('='));
-    const bool is_kind = std::find(std::begin(kCarrierKinds), std::end(kCarrierKinds), name) !=
-                         std::end(kCarrierKinds);
-    if (is_kind || name.find('.') == std::string::npos) {
+  Result<CarrierChoice> ParseChoice(const std::string& word) const {
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    if (name.find('.') == std::string::npos) {
       Result<CarrierChoice> choice = ParseCarrierChoice(word);
       if (!choice.ok()) return Error() << word << ": " << choice.error();
-      section->choices.push_back(*choice);
-      return {};
+      return choice;
     }
     if (!is_legal_name_(name)) return Error() << "[" << name << "] is no name of a property";
-    if (section->properties.count(name) != 0) return Error() << "[" << name << "] is given twice";
-    return ParseAssignment(word, &section->properties);
+    if (equals == std::string::npos) return Error() << "not NAME=VALUE";
+    return CarrierChoice{name, word.substr(equals + 1)};
   }
 
   Result<void> TakeExpectation(const std::string& line) {
-    Expectation expectation = {path_, line_, "", ""};
-    if (line[0] == '!') {
-      expectation.name = android::base::Trim(line.substr(1));
-    } else {
-      const size_t equals = line.find('=');
-      if (equals == std::string::npos) {
-        return Error() << "neither NAME=VALUE, NAME=* (any value), !NAME (unset) nor [SECTION]";
-      }
-      expectation.name = android::base::Trim(line.substr(0, equals));
-      expectation.value = android::base::Trim(line.substr(equals + 1));
-      if (expectation.value.empty()) {
-        return Error() << "a property without a value is unset: !" << expectation.name;
-      }
+    const size_t equals = line.find('=');
+    const bool unset = line[0] == '!';
+    if (!unset && equals == std::string::npos) {
+      return Error() << "neither NAME=VALUE, NAME=* (any value), !NAME (unset) nor [SECTION]";
     }
-    if (!is_legal_name_(expectation.name)) {
-      return Error() << "[" << expectation.name << "] is no name of a property";
+    const std::string name = Trim(unset ? line.substr(1) : line.substr(0, equals));
+    const std::string value = unset ? "" : Trim(line.substr(equals + 1));
+    if (!unset && value.empty()) {
+      return Error() << "a property without a value is unset: !" << name;
     }
-    auto& others = in_section_ ? all_.sections[section_].expectations : all_.everywhere;
-    for (const Expectation& other : others) {
-      if (other.name != expectation.name) continue;
-      if (other.value == expectation.value) return {};
-      return Error() << "[" << other.name << "] is expected otherwise at " << other.path << ":"
-                     << other.line;
-    }
-    others.push_back(std::move(expectation));
-    return {};
+    if (!is_legal_name_(name)) return Error() << "[" << name << "] is no name of a property";
+    const auto [known, is_new] = current_->try_emplace(name, Expectation{path_, line_, value});
+    if (is_new) ++all_.count;
+    all_.names.insert(name);
+    const Expectation& other = known->second;
+    if (other.value == value) return {};
+    return Error() << "[" << name << "] is expected otherwise at " << other.path << ":"
+                   << other.line;
   }
 
+  const std::string& path_;
   const std::function<bool(const std::string&)>& is_legal_name_;
   Expectations& all_;
-  const std::string path_;
+  ExpectationMap* current_ = &all_.everywhere;  // of the section that the line is in
   unsigned line_ = 0;
-  bool in_section_ = false;
-  size_t section_ = 0;
 };
 
 }  // namespace
@@ -147,13 +132,13 @@ std::vector<std::string> ReadExpectations(
 
 std::string ExpectationLine(const std::string& name, const std::string& value) {
   if (value.empty()) return "!" + name;
-  const bool lost = value != android::base::Trim(value) || value.find('\n') != std::string::npos;
+  const bool lost = value != Trim(value) || value.find('\n') != std::string::npos;
   return name + "=" + (lost ? kAnyValue : value);
 }
 
 std::string SectionLine(const CarrierChoice& choice) {
-  if (choice.key.find_first_of(kWhiteSpace) != std::string::npos) return "";
-  return "[" + choice.kind + "=" + choice.key + "]";
+  const bool is_word = choice.key.find_first_of(" \t\n\v\f\r") == std::string::npos;
+  return is_word ? "[" + choice.Text() + "]" : "";
 }
 
 }  // namespace extprop

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "host/extprop/boot/boot_record.h"
 #include "host/extprop/carriers/carrier_choice.h"
 
 namespace extprop {
@@ -15,24 +16,26 @@ constexpr const char* kAnyValue = "*";
 struct Expectation {
   std::string path;   // of the file that says so
   unsigned line = 0;  // from 1
-  std::string name;
   std::string value;  // kAnyValue for any; empty for unset
 };
+
+using ExpectationMap = std::map<std::string, Expectation>;  // by property
 
 // One device that is to be booted, and what holds for it alone.
 struct ExpectationSection {
   std::string path;
   unsigned line = 0;
-  std::string title;  // what stands between the brackets, in one order and with single spaces
-  std::vector<CarrierChoice> choices;
-  Properties properties;  // to boot with, beside those of the plan
-  std::vector<Expectation> expectations;
+  std::string title;                   // what stands between the brackets, in one order
+  std::vector<CarrierChoice> choices;  // carriers, then properties to boot with
+  ExpectationMap expectations;
 };
 
 struct Expectations {
-  std::vector<Expectation> everywhere;  // what holds for the default device and each section's
+  ExpectationMap everywhere;  // what holds for the default device and each section's
   // Sections that mean the same device are one. The first is always that of the default device.
-  std::vector<ExpectationSection> sections = {{"", 0, "default", {}, {}, {}}};
+  std::vector<ExpectationSection> sections = {{"", 0, "default", {}, {}}};
+  std::set<std::string> names;  // of all properties that are expected to be something
+  size_t count = 0;
 };
 
 // Adds those of a file, whose lines are

@@ -1,13 +1,11 @@
 #include "host/extprop/explain/compare.h"
 
 #include <nlohmann/json.hpp>
-#include <set>
 
 #include "host/extprop/explain/history.h"
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Ending, value, place, loader, note)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Difference, name, a, b)
 
 namespace {
@@ -30,43 +28,39 @@ Ending EndingOf(const History& history) {
 
 }  // namespace
 
-Endings EndingsOf(const BootRecord& record) {
-  Endings endings;
-  for (const auto& [name, history] : Histories(record)) endings[name] = EndingOf(history);
-  for (const auto& [name, value] : record.properties) endings[name].value = value;
-  return endings;
+const Ending& Find(const Endings& endings, const std::string& name) {
+  static const Ending unset;
+  const auto found = endings.find(name);
+  return found == endings.end() ? unset : found->second;
 }
 
-Endings EndingsOf(const BootRecord& record, const std::set<std::string>& names) {
-  const auto histories =
-      Histories(record, [&](const std::string& name) { return names.count(name) != 0; });
+Endings EndingsOf(const BootRecord& record, const std::set<std::string>* names) {
+  const auto is_wanted = [&](const std::string& name) {
+    return names == nullptr || names->count(name) != 0;
+  };
   Endings endings;
-  for (const std::string& name : names) {
-    Ending& ending = endings[name];
-    const auto history = histories.find(name);
-    if (history != histories.end()) ending = EndingOf(history->second);
-    const auto value = record.properties.find(name);
-    if (value != record.properties.end()) ending.value = value->second;
+  if (names != nullptr) {
+    for (const std::string& name : *names) endings[name];
+  }
+  for (const auto& [name, history] : Histories(record, is_wanted)) {
+    if (is_wanted(name)) endings[name] = EndingOf(history);
+  }
+  for (const auto& [name, value] : record.properties) {
+    if (is_wanted(name)) endings[name].value = value;
   }
   return endings;
 }
 
 std::vector<Difference> Compare(const Endings& a, const Endings& b) {
-  std::set<std::string> names;
-  for (const auto& [name, ending] : a) names.insert(name);
-  for (const auto& [name, ending] : b) names.insert(name);
+  std::map<std::string, Difference> both;
+  for (const auto& [name, ending] : a) both[name].a = ending;
+  for (const auto& [name, ending] : b) both[name].b = ending;
   std::vector<Difference> differences;
-  for (const std::string& name : names) {
-    const auto in_a = a.find(name), in_b = b.find(name);
-    Difference found{name, in_a == a.end() ? Ending() : in_a->second,
-                     in_b == b.end() ? Ending() : in_b->second};
+  for (auto& [name, found] : both) {
+    found.name = name;
     if (found.a.value != found.b.value) differences.push_back(std::move(found));
   }
   return differences;
-}
-
-std::vector<Difference> Compare(const BootRecord& a, const BootRecord& b) {
-  return Compare(EndingsOf(a), EndingsOf(b));
 }
 
 nlohmann::json ToJson(const std::vector<Difference>& differences) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 
 #include "host/extprop/boot/boot_record.h"
 
@@ -20,13 +20,17 @@ struct Ending {
                        // whose own order decides; empty where nothing is
 };
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Ending, value, place, loader, note)
+
 using Endings = std::map<std::string, Ending>;  // by name
 
+// Returns the ending of the property, an empty one where there is none. Good as long as `endings`.
+const Ending& Find(const Endings& endings, const std::string& name);
+
 // Returns what the boot ends with for every property that it leaves set or that anything sets. The
-// places are known for records of plans that ask for lines.
-Endings EndingsOf(const BootRecord& record);
-// The same for the properties in `names`, which takes less time; those that nothing sets are empty.
-Endings EndingsOf(const BootRecord& record, const std::set<std::string>& names);
+// places are known for records of plans that ask for lines. Where `names` is not null, it is for
+// those properties, which takes less time; those that nothing sets are empty.
+Endings EndingsOf(const BootRecord& record, const std::set<std::string>* names = nullptr);
 
 struct Difference {
   std::string name;
@@ -36,7 +40,6 @@ struct Difference {
 
 // Returns the properties that have other values in the one than in the other, by name.
 std::vector<Difference> Compare(const Endings& a, const Endings& b);
-std::vector<Difference> Compare(const BootRecord& a, const BootRecord& b);
 
 nlohmann::json ToJson(const std::vector<Difference>& differences);
 

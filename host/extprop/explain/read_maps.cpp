@@ -1,7 +1,6 @@
 #include "host/extprop/explain/read_maps.h"
 
-#include <algorithm>
-#include <string>
+#include <android-base/strings.h>
 
 #include "host/extprop/explain/computed_value.h"
 
@@ -9,53 +8,65 @@ namespace extprop {
 
 namespace {
 
-bool HasPrefix(std::string_view text, std::string_view prefix) {
-  return text.substr(0, prefix.size()) == prefix;
-}
-
-bool HasSuffix(std::string_view text, std::string_view suffix) {
-  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
+using android::base::StartsWith;
 
 // Whether a hand-over of the map may lack the name.
 bool MayBeLeftOut(const ReadMap& map, int mode, std::string_view name) {
-  if (map.kind == ReadMap::Kind::kInfoFile)
-    return !HasPrefix(name, "sys.") && !HasPrefix(name, "ro.");
-  return name == kCarriedOverName || (mode == 1 && HasPrefix(name, "ro."));
+  if (map.content == FileContent::kInfo)
+    return !StartsWith(name, "sys.") && !StartsWith(name, "ro.");
+  return name == kCarriedOverName || (mode == 1 && StartsWith(name, "ro."));
 }
 
 bool IsHandedOver(const ReadMap& map, const HandOver& hand_over) {
   bool any = false;
-  for (const auto& [name, line] : map.held) {
+  for (const auto& [name, held] : map.names) {
+    if (held.line == nullptr) continue;
     const Entry* entry = FindEntry(hand_over, name);
-    const bool there = entry != nullptr && entry->value == line->value;
+    const bool there = entry != nullptr && entry->value == held.line->value;
     if (!there && !MayBeLeftOut(map, hand_over.mode, name)) return false;
     any = any || there;
   }
   return any;
 }
 
+// Where the files of one directory set a name differently, the directory's order decides.
+void MarkDirectoryOrder(PendingLine* last, std::vector<PendingLine>* lines) {
+  std::map<size_t, Setting*> of_files;  // what each sets at last
+  for (PendingLine& line : *lines) {
+    const bool there = !line.filtered && line.directory == last->directory;
+    if (there) of_files[line.outermost] = &line.setting;
+  }
+  std::vector<std::string> places;
+  bool differ = false;
+  for (const auto& [file, setting] : of_files) {
+    places.push_back(setting->place);
+    differ = differ || setting->value != last->setting.value;
+  }
+  if (!differ) return;
+  last->setting.directory_order = places;
+  for (const auto& [file, setting] : of_files) {
+    if (setting != &last->setting) setting->why = DependsOnOrder(last->setting);
+  }
+}
+
+void AddLines(int mode, HeldName* held, History* history) {
+  PendingLine* last = nullptr;
+  for (PendingLine& line : held->pending) {
+    if (line.filtered) continue;
+    line.setting.mode = mode;
+    if (last != nullptr) last->setting.why = LostTo(last->setting, line.setting);
+    last = &line;
+  }
+  const bool in_directory = last != nullptr && !last->directory.empty();
+  if (in_directory && mode != kNotHandedOver) MarkDirectoryOrder(last, &held->pending);
+  for (PendingLine& line : held->pending) {
+    if (&line == last) held->index = history->size();
+    history->push_back(std::move(line.setting));
+  }
+  held->pending.clear();
+}
+
 }  // namespace
-
-ReadMap::Kind KindOfMap(std::string_view path) {
-  if (path == "/data/cota/cota_mount_info.prop" || path == "/data/cota/cota_module_info.prop")
-    return ReadMap::Kind::kInfoFile;
-  if (HasSuffix(path, "/etc/flags.prop") || HasSuffix(path, "/etc/nvmap.prop"))
-    return ReadMap::Kind::kMapping;
-  return ReadMap::Kind::kProperties;
-}
-
-size_t OutermostIndex(const BootRecord& record, size_t file) {
-  return static_cast<size_t>(&OutermostFile(record, file) - record.property_files.data());
-}
-
-const Entry* FindEntry(const HandOver& hand_over, std::string_view name) {
-  const auto& entries = hand_over.entries;  // in the order of a map
-  const auto entry = std::lower_bound(
-      entries.begin(), entries.end(), name,
-      [](const Entry& each, std::string_view wanted) { return each.name < wanted; });
-  return entry == entries.end() || entry->name != name ? nullptr : &*entry;
-}
 
 // Of several the latest, as a loader hands over what it read last before what it read first.
 ReadMap* FindHandedOver(const HandOver& hand_over, ReadMaps* maps) {
@@ -63,6 +74,17 @@ ReadMap* FindHandedOver(const HandOver& hand_over, ReadMaps* maps) {
     if (map->second.pending && IsHandedOver(map->second, hand_over)) return &map->second;
   }
   return nullptr;
+}
+
+void AddPending(const HandOver* hand_over, ReadMap* map, HistoryMap* histories) {
+  for (auto& [name, held] : map->names) {
+    if (held.pending.empty()) continue;
+    const bool carried = hand_over != nullptr && FindEntry(*hand_over, name) != nullptr;
+    if (map->content == FileContent::kInfo && !carried) continue;
+    const int mode = carried ? hand_over->mode : kNotHandedOver;
+    AddLines(mode, &held, &(*histories)[std::string(name)]);
+  }
+  map->pending = false;
 }
 
 }  // namespace extprop

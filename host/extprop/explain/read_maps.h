@@ -1,38 +1,42 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/boot/device_layout.h"
 #include "host/extprop/explain/setting.h"
 
 namespace extprop {
 
-// A line that was read, and what stands for it where the boot itself wrote the file.
-struct ReadLine {
-  const PropertyLine* line = nullptr;
-  const Setting* written = nullptr;  // null where the device has the file
+// A line that is not in the history yet: what becomes of its map is not known.
+struct PendingLine {
+  Setting setting;
+  bool filtered = false;  // the filter of an import kept it out
+  size_t outermost = 0;   // the outermost file, an index into the record's
+  std::string directory;  // that it lies in, of a carrier key; else empty
+};
+
+constexpr size_t kNotInHistory = ~size_t{0};
+
+// What a map has of one name.
+struct HeldName {
+  const PropertyLine* line = nullptr;  // the last that set it; null where all are filtered
+  size_t index = kNotInHistory;        // where in the history that line's setting is
+  bool handed_over = false;            // that line was
+  std::vector<PendingLine> pending;
 };
 
 // A map of the library that lines went into.
 struct ReadMap {
-  enum class Kind { kProperties, kInfoFile, kMapping };
-  Kind kind = Kind::kProperties;
-  bool pending = false;         // lines went in since it was handed over
-  std::vector<ReadLine> lines;  // those
-  std::unordered_map<std::string_view, const PropertyLine*> held;
+  FileContent content = FileContent::kProperties;
+  bool pending = false;  // lines went in since it was handed over
+  std::unordered_map<std::string_view, HeldName> names;
 };
-
-// Returns what kind of map the outermost file `path` is read into.
-ReadMap::Kind KindOfMap(std::string_view path);
-
-// Returns the index of the file at the head of the imports that led to `file`.
-size_t OutermostIndex(const BootRecord& record, size_t file);
-
-// Returns the entry of that name, or null.
-const Entry* FindEntry(const HandOver& hand_over, std::string_view name);
 
 // The maps of one step by their numbers.
 using ReadMaps = std::map<size_t, ReadMap>;
@@ -40,5 +44,9 @@ using ReadMaps = std::map<size_t, ReadMap>;
 // Returns the map that `hand_over` is a copy of or a selection from, null where the library
 // computed all of it.
 ReadMap* FindHandedOver(const HandOver& hand_over, ReadMaps* maps);
+
+// Adds the map's pending lines to the histories, as `hand_over` carries them; null: it was not
+// handed over.
+void AddPending(const HandOver* hand_over, ReadMap* map, HistoryMap* histories);
 
 }  // namespace extprop

@@ -7,8 +7,8 @@
 namespace extprop {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, carrier, inputs, directory_order)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, place, file, line, step, loader, mode, value, won,
-                                   why, refused, carrier, directory_order, inputs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, value, place, carrier, inputs, directory_order,
+                                   file, line, step, loader, mode, won, why, refused)
 
 nlohmann::json ToJson(const Setting& setting) {
   return setting;
@@ -24,24 +24,24 @@ void SetPlace(const std::string& file, unsigned line, Setting* setting) {
   setting->place = file + ":" + std::to_string(line);
 }
 
-Origin OriginOf(const Setting& setting) {
-  Origin origin = {setting.name, setting.value, setting.place, setting.carrier, setting.inputs, {}};
-  origin.directory_order = setting.directory_order;
-  return origin;
+void Decide(const Entry& entry, size_t index, History* history) {
+  Setting& setting = (*history)[index];
+  setting.refused = entry.refused;
+  setting.why = entry.refused.empty() ? "" : "refused: " + entry.refused;
+  if (!entry.refused.empty() || setting.won) return;
+  for (Setting& other : *history) {
+    if (other.won) other.why = LostTo(other, setting);
+    other.won = false;
+  }
+  setting.won = true;
 }
 
-Origin CurrentOrigin(const HistoryMap& histories, const std::string& name) {
-  const auto history = histories.find(name);
-  const Setting* winner = history == histories.end() ? nullptr : Winner(history->second);
-  Origin unset;
-  unset.name = name;
-  return winner == nullptr ? unset : OriginOf(*winner);
-}
-
-std::string DependsOnOrder(const Setting& setting) {
-  return setting.directory_order.empty() ? ""
-                                         : "depends on the directory's order: " +
-                                               android::base::Join(setting.directory_order, ", ");
+std::string LostTo(const Setting& loser, const Setting& winner) {
+  std::string how = "overridden by ";
+  if (winner.value == loser.value) how = "set again, to the same, by ";
+  if (winner.value.empty()) how = "cleared by ";
+  return how + winner.place +
+         (winner.loader == loser.loader || winner.loader.empty() ? "" : " (" + winner.loader + ")");
 }
 
 const Setting* Winner(const History& history) {
@@ -49,6 +49,17 @@ const Setting* Winner(const History& history) {
     if (setting.won && !setting.value.empty()) return &setting;
   }
   return nullptr;
+}
+
+const Setting* Winner(const HistoryMap& histories, const std::string& name) {
+  const auto history = histories.find(name);
+  return history == histories.end() ? nullptr : Winner(history->second);
+}
+
+std::string DependsOnOrder(const Origin& origin) {
+  const std::vector<std::string>& places = origin.directory_order;
+  return places.empty() ? ""
+                        : "depends on the directory's order: " + android::base::Join(places, ", ");
 }
 
 }  // namespace extprop

@@ -1,30 +1,50 @@
 #include "host/extprop/explain/unread_settings.h"
 
+#include <android-base/file.h>
 #include <android-base/strings.h>
+#include <fnmatch.h>
 
-#include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
-#include <string>
 
-#include "host/extprop/explain/carrier_key_origin.h"
-#include "host/extprop/explain/read_maps.h"
+#include "host/extprop/boot/device_layout.h"
+#include "host/extprop/survey/survey.h"
 
 namespace extprop {
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, image)
+
 namespace {
 
+using android::base::Dirname;
+using android::base::Result;
 using android::base::StartsWith;
+using nlohmann::json;
 
-bool IsIn(const std::vector<std::string>& files, const std::string& file) {
-  return std::find(files.begin(), files.end(), file) != files.end();
+bool IsGlob(const std::string& pattern) {
+  return pattern.find_first_of("*?[\\") != std::string::npos;
 }
 
-// Whether the file lies that many directories below `directory`.
-bool IsBelow(const std::string& file, const std::string& directory, int depth) {
-  std::string at = DirectoryOf(file);
-  while (depth-- > 0) at = DirectoryOf(at);
-  return at == directory;
+json LinesOf(const Survey& survey, const std::string& pattern) {
+  json found = json::array();
+  for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
+    const PropertyFile& read = survey.record->property_files[line->file];
+    if (!Sets(*line) || read.importer != kNoImporter) continue;
+    const auto file = survey.files.find(read.device_path);
+    if (file == survey.files.end() || file->second.kind == FileKind::kMapping) continue;
+    FoundLine at = {read.device_path, line->line, line->name, line->value, "", false};
+    if (file->second.kind != FileKind::kState) {
+      const SurveyedRoot& root = survey.roots[file->second.root];
+      at.root = root.path;
+      at.image = root.kind == SurveyedRoot::Kind::kImage ||
+                 root.kind == SurveyedRoot::Kind::kWaiting;
+    } else if (IsGlob(pattern)) {
+      continue;
+    }
+    found.push_back(at);
+  }
+  return found;
 }
 
 // What a boot read, and by which keys.
@@ -32,48 +52,47 @@ class WhatWasRead {
  public:
   explicit WhatWasRead(const BootRecord& record) : record_(record) {
     for (const PropertyFile& file : record.property_files) files_.insert(file.device_path);
-    for (const Step& step : record.steps) {
-      for (const Event& event : step.events) {
-        if (const auto* file = std::get_if<FileEvent>(&event.what)) TakeLookedFor(*file);
-      }
-    }
+    for (const FileEvent* file : Only<FileEvent>(record)) TakeLookedFor(*file);
   }
 
-  // Empty where the line was handed over.
+  // Empty where the histories of the record have the line, or a hand-over the property.
   std::string WhyNot(const FoundLine& line) const {
-    const auto& [path, source, root, image] = line.file;
-    if (files_.count(path) != 0) {
-      return IsHandedOver(line.name) ? "" : "read, but not among what is handed over of this file";
+    if (files_.count(line.path) != 0) {
+      // Much of what an info file holds is handed over by some steps only.
+      const bool told = ContentOf(line.path) != FileContent::kInfo || IsHandedOver(line.name);
+      return told ? "" : "read, but not among what is handed over of this file";
     }
-    if (root.empty()) return "not read: no step of this boot reads it";
-    if (image && !HasAnyBelow(root)) return WhyNotImage(root);
-    const auto [kind, key] = ParseKeyedPath(path);
-    const std::string keyed = kind == "file" ? "/etc" : "/properties/" + key;
-    if (!kind.empty() && IsBelow(path, root + keyed, kind == "file" ? 0 : 1))
+    if (line.root.empty()) return "not read: no step of this boot reads it";
+    if (line.image && !HasAnyBelow(line.root)) return WhyNotImage(line.root);
+    const auto [kind, key] = ParseKeyedPath(line.path);
+    const std::string directory = Dirname(line.path);
+    if (kind == "file" && directory == line.root + "/etc") return WhyNotKeyed(kind, key);
+    if (!kind.empty() && Dirname(directory) == line.root + "/properties/" + key) {
       return WhyNotKeyed(kind, key);
-    if (path == root + "/build.prop") return "not read: no step of this boot loads it";
-    if (StartsWith(path, root + "/properties/")) return "not read: no key reaches this directory";
-    if (path == "/my_company/etc/build.prop" || path == "/mnt/vendor/my_company/etc/build.prop")
+    }
+    if (line.path == line.root + "/build.prop") return "not read: no step of this boot loads it";
+    if (StartsWith(line.path, line.root + "/properties/")) {
+      return "not read: no key reaches this directory";
+    }
+    if (line.path == "/my_company/etc/build.prop" ||
+        line.path == "/mnt/vendor/my_company/etc/build.prop") {
       return "not read: only the special edition's loader, quasar, loads it";
+    }
     return "not read: no file that was read imports it";
   }
 
  private:
   // The library looks for the files and directories of every key that it has.
   void TakeLookedFor(const FileEvent& file) {
-    std::string path = file.path;
-    if (file.op == FileOp::kList) path += "/.prop";
     if (file.op != FileOp::kAccess && file.op != FileOp::kList) return;
-    const auto [kind, key] = ParseKeyedPath(path);
+    const auto [kind, key] =
+        ParseKeyedPath(file.op == FileOp::kList ? file.path + "/.prop" : file.path);
     if (!kind.empty()) keys_[kind].insert(key);
   }
 
   bool IsHandedOver(const std::string& name) const {
-    for (const Step& step : record_.steps) {
-      for (const Event& event : step.events) {
-        const auto* map = std::get_if<HandOver>(&event.what);
-        if (map != nullptr && FindEntry(*map, name) != nullptr) return true;
-      }
+    for (const HandOver* map : Only<HandOver>(record_)) {
+      if (FindEntry(*map, name) != nullptr) return true;
     }
     return false;
   }
@@ -84,19 +103,20 @@ class WhatWasRead {
   }
 
   std::string WhyNotImage(const std::string& root) const {
-    const auto verified = record_.properties.find("sys.cotaimg.verify");
+    const auto verified = record_.properties.find(kImageVerified);
     std::string why = "not read: no step of this boot loads the COTA image " + root;
     if (verified != record_.properties.end() && verified->second == "1") return why;
     return why + ", which is not verified";
   }
 
   std::string WhyNotKeyed(const std::string& kind, const std::string& key) const {
-    const std::string what = kind == "file" ? "nv, ssv or operator" : kind;
     const auto tried = keys_.find(kind);
-    if (tried != keys_.end() && tried->second.count(key) != 0)
+    if (tried != keys_.end() && tried->second.count(key) != 0) {
       return "not read: no step of this boot loads it";
-    const std::string why = "not read: for " + what + " key " + key + "; this boot has ";
-    return why + (tried == keys_.end() ? "none" : android::base::Join(tried->second, ", "));
+    }
+    const std::string what = kind == "file" ? "nv, ssv or operator" : kind;
+    return "not read: for " + what + " key " + key + "; this boot has " +
+           (tried == keys_.end() ? "none" : android::base::Join(tried->second, ", "));
   }
 
   const BootRecord& record_;
@@ -106,26 +126,34 @@ class WhatWasRead {
 
 }  // namespace
 
-std::set<std::string> KnownFiles(const BootRecord& record) {
-  std::set<std::string> files;
-  for (const PropertyFile& file : record.property_files) {
-    if (!IsIn(kInfoFiles, file.path)) files.insert(file.device_path);
-  }
-  return files;
+bool Matches(const std::string& pattern, const std::string& name) {
+  return name == pattern || (IsGlob(pattern) && fnmatch(pattern.c_str(), name.c_str(), 0) == 0);
 }
 
-std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const BootRecord& record) {
-  const WhatWasRead read(record);
+Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern) {
+  BootPlan matching = plan;
+  matching.keep_line = [&](const std::string& name) { return Matches(pattern, name); };
+  return StartSurvey(matching, [&](const Survey& survey) { return LinesOf(survey, pattern); });
+}
+
+Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search) {
+  Result<json> lines = search->Finish();
+  if (!lines.ok()) return lines.error();
+  return lines->get<std::vector<FoundLine>>();
+}
+
+Result<std::vector<Setting>> UnreadSettings(StartedBoot* search, const BootRecord& record) {
+  const WhatWasRead read(record);  // while the search goes on
+  Result<std::vector<FoundLine>> lines = FinishSearch(search);
+  if (!lines.ok()) return lines.error();
   std::vector<Setting> settings;
-  for (const FoundLine& line : lines) {
+  for (const FoundLine& line : *lines) {
     Setting setting;
     setting.why = read.WhyNot(line);
     if (setting.why.empty()) continue;
     setting.name = line.name;
     setting.value = line.value;
-    setting.file = line.file.path;
-    setting.line = line.line;
-    setting.place = line.file.path + ":" + std::to_string(line.line);
+    SetPlace(line.path, line.line, &setting);
     settings.push_back(std::move(setting));
   }
   return settings;

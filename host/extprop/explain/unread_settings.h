@@ -1,21 +1,39 @@
 #pragma once
 
-#include <set>
 #include <string>
 #include <vector>
 
-#include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/property_search.h"
+#include <android-base/result.h>
+
+#include "host/extprop/boot/boot.h"
 #include "host/extprop/explain/setting.h"
 
 namespace extprop {
 
-// Returns the paths of the files whose lines the histories of `record` have. Info files are none:
-// much of what they hold is handed over by some steps only.
-std::set<std::string> KnownFiles(const BootRecord& record);
+// A line that sets a property in a file of the device, whether or not a boot reads it.
+struct FoundLine {
+  std::string path;
+  unsigned line = 0;
+  std::string name;
+  std::string value;
+  std::string root;    // the partition or COTA image that the file lies in; empty for a state file
+  bool image = false;  // the root is a COTA image or module
+};
 
-// Returns what `lines` set, with the reason in `why` for which the boot of `record` did not read
-// them, or handed nothing of them over. They are of other files than the known ones.
-std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const BootRecord& record);
+// Returns whether the property's name is `pattern` or matches it as a glob.
+bool Matches(const std::string& pattern, const std::string& name);
+
+// Starts a search for the lines that set a property whose name matches `pattern`: in the files
+// below the partitions, images and modules and, for a name that is no glob, in the info and state
+// files. Mapping files have no properties.
+android::base::Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern);
+
+// Returns what the search found. To be called once.
+android::base::Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search);
+
+// Returns what the search finds that the boot of `record` did not read, or handed nothing of over,
+// with the reason in `why`.
+android::base::Result<std::vector<Setting>> UnreadSettings(StartedBoot* search,
+                                                           const BootRecord& record);
 
 }  // namespace extprop

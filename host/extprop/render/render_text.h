@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <ostream>
 #include <string>
 
@@ -7,6 +8,12 @@
 #include "host/extprop/render/terminal.h"
 
 namespace extprop {
+
+// What may be the lowest severity that is shown, by name.
+inline const std::map<std::string, Severity> kLogLevels = {{"verbose", Severity::kVerbose},
+                                                           {"info", Severity::kInfo},
+                                                           {"warning", Severity::kWarning},
+                                                           {"error", Severity::kError}};
 
 struct TextOptions {
   bool all = false;                 // every property, not only what changed
@@ -19,8 +26,5 @@ struct TextOptions {
 // `all` a count of everything comes first, and of a hand-over only what it changes is shown; with
 // it the resulting properties are printed as getprop does.
 void RenderText(const BootRecord& record, const TextOptions& options, std::ostream& out);
-
-// Returns the names of mount flags, such as "MS_RDONLY|MS_BIND".
-std::string MountFlagNames(unsigned long flags);
 
 }  // namespace extprop

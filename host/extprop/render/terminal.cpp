@@ -1,20 +1,43 @@
 #include "host/extprop/render/terminal.h"
 
+#include <strings.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <android-base/stringprintf.h>
+#include <android-base/format.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <numeric>
+#include <utility>
 
 namespace extprop {
 
 namespace {
 
+constexpr size_t kBar = 20;  // the columns of a progress bar
+
 std::string Environment(const char* name) {
   const char* value = getenv(name);
   return value == nullptr ? "" : value;
+}
+
+// How many letters have to be put in, left out or exchanged, whatever their case.
+size_t Distance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (const char letter : a) {
+    size_t diagonal = std::exchange(row[0], row[0] + 1);
+    for (size_t j = 1; j < row.size(); ++j) {
+      const bool same = strncasecmp(&letter, &b[j - 1], 1) == 0;
+      const size_t exchanged = diagonal + (same ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, exchanged}));
+    }
+  }
+  return row.back();
 }
 
 }  // namespace
@@ -24,9 +47,14 @@ bool ColourWanted() {
          Environment("TERM") != "dumb";
 }
 
-size_t TerminalWidth() {
+std::string Coloured(const char* style, const std::string& text) {
+  static const bool wanted = ColourWanted();
+  return wanted ? "\033[" + std::string(style) + "m" + text + "\033[0m" : text;
+}
+
+size_t TerminalWidth(int fd) {
   winsize size = {};
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+  return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 size_t Columns(const std::string& text) {
@@ -54,21 +82,62 @@ std::vector<std::string> Wrap(const std::string& text, size_t width, size_t hang
 }
 
 std::string Visible(const std::string& text) {
+  static const std::map<char, std::string> named = {{'\n', "\\n"}, {'\t', "\\t"}, {'\r', "\\r"}};
   std::string visible;
   for (const char byte : text) {
-    if (byte == '\n') {
-      visible += "\\n";
-    } else if (byte == '\t') {
-      visible += "\\t";
-    } else if (byte == '\r') {
-      visible += "\\r";
-    } else if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f) {
-      visible += android::base::StringPrintf("\\x%02x", static_cast<unsigned>(byte));
+    const auto name = named.find(byte);
+    if (name != named.end()) {
+      visible += name->second;
+    } else if (iscntrl(static_cast<unsigned char>(byte)) != 0) {
+      visible += fmt::format("\\x{:02x}", static_cast<int>(byte));
     } else {
       visible += byte;
     }
   }
   return visible;
+}
+
+std::string Shown(const std::string& value) {
+  return value.empty() ? "unset" : "[" + Visible(value) + "]";
+}
+
+std::string Count(size_t number, const std::string& noun) {
+  if (number == 1) return "1 " + noun;
+  const bool in_y = noun.back() == 'y';
+  return std::to_string(number) + " " +
+         (in_y ? noun.substr(0, noun.size() - 1) + "ies" : noun + "s");
+}
+
+std::vector<std::string> NearestNames(const std::string& name, const std::set<std::string>& names) {
+  std::multimap<size_t, std::string> by_distance;
+  for (const std::string& other : names) by_distance.emplace(Distance(name, other), other);
+  const size_t farthest = std::max<size_t>(1, name.size() / 3);
+  std::vector<std::string> nearest;
+  for (const auto& [distance, other] : by_distance) {
+    if (distance <= farthest && nearest.size() < 3) nearest.push_back(other);
+  }
+  return nearest;
+}
+
+Progress::Progress()
+    : wanted_(isatty(STDERR_FILENO) == 1 && !Environment("TERM").empty() &&
+              Environment("TERM") != "dumb") {}
+
+void Progress::Show(size_t done, size_t count, const std::string& what) {
+  if (!wanted_ || count == 0) return;
+  const size_t full = kBar * done / count;
+  std::string line =
+      fmt::format("[{:.<{}}] {}/{} {}", std::string(full, '#'), kBar, done, count, Visible(what));
+  // One column stays free: a full line would wrap.
+  const size_t width = TerminalWidth(STDERR_FILENO);
+  line.resize(std::min(line.size(), (width == 0 ? 80 : width) - 1));
+  fprintf(stderr, "\r%s\033[K", line.c_str());
+  shown_ = true;
+}
+
+void Progress::Clear() {
+  if (shown_) fputs("\r\033[K", stderr);
+  shown_ = false;
 }
 
 }  // namespace extprop

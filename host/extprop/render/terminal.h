@@ -1,16 +1,29 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace extprop {
 
+// How a terminal is to show a text.
+constexpr const char* kBold = "1";
+constexpr const char* kDim = "2";
+constexpr const char* kRed = "31";
+constexpr const char* kGreen = "32";
+constexpr const char* kYellow = "33";
+constexpr const char* kBoldRed = "1;31";
+
 // Returns true where the standard output is a terminal that shows colours and NO_COLOR is not set.
 bool ColourWanted();
 
-// Returns the columns of the standard output's terminal, 0 where it is none.
-std::size_t TerminalWidth();
+// Returns `text` for the standard output, in that style where ColourWanted().
+std::string Coloured(const char* style, const std::string& text);
+
+// Returns the columns of the terminal that a descriptor, by default the standard output, leads to;
+// 0 where it is none.
+std::size_t TerminalWidth(int fd = 1);
 
 // Returns how many columns `text` takes, which has no control bytes.
 std::size_t Columns(const std::string& text);
@@ -21,5 +34,32 @@ std::vector<std::string> Wrap(const std::string& text, std::size_t width, std::s
 
 // Returns `text` on one line: control bytes are written as in C.
 std::string Visible(const std::string& text);
+
+// Returns a property's value as "[VALUE]", visible, or "unset" where it is empty.
+std::string Shown(const std::string& value);
+
+// Returns such as "1 file", "2 files" or "2 properties".
+std::string Count(std::size_t number, const std::string& noun);
+
+// Returns those of `names` that `name` may be a misspelling of, the nearest first, three at most.
+std::vector<std::string> NearestNames(const std::string& name, const std::set<std::string>& names);
+
+// A bar at the end of a terminal's standard error stream; nothing where that is no terminal.
+class Progress {
+ public:
+  Progress();
+  ~Progress() { Clear(); }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // Shows that `done` of `count` are done and `what` is at hand.
+  void Show(std::size_t done, std::size_t count, const std::string& what);
+  // Takes the bar away, before something else is printed.
+  void Clear();
+
+ private:
+  const bool wanted_;
+  bool shown_ = false;
+};
 
 }  // namespace extprop

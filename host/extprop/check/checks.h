@@ -1,0 +1,66 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/extprop/boot/boot_record.h"
+#include "host/extprop/boot/library.h"
+#include "host/extprop/check/findings.h"
+#include "host/extprop/check/readings.h"
+#include "host/extprop/survey/survey.h"
+
+// The checks, a file for each group of findings. Each adds what it finds to `*findings`; `readings`
+// are those of the record.
+namespace extprop {
+
+// What is known of the context that a file's imports are followed in.
+enum class Imports {
+  kOfBoot,     // all: a boot followed them
+  kOutermost,  // no import leads to the file, but the properties may be others when it is read
+  kUnknown,    // nothing: it is read only where something imports it
+};
+
+void CheckReading(const Reading& reading, Imports imports, const Library& library,
+                  Findings* findings);
+void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
+                    Findings* findings);
+void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, Findings* findings);
+
+// What a survey tells about the files of all carriers.
+struct CarrierFiles {
+  // A line of a mapping file of that name.
+  struct Mapping {
+    std::string file;
+    Place at;
+    std::string key;
+    std::string target;
+  };
+  std::map<std::string, std::vector<std::string>> keyed_files;  // R/etc/build.KEY.prop, by KEY
+  std::set<std::string> keyed_directories;                      // the KEYs of R/properties/KEY
+  std::vector<Mapping> mappings;
+  LegacyKey nv, ssv;
+  std::string nv_target;
+  bool legacy_mapped = false;  // nvmap.prop knows one of the device's legacy keys
+};
+
+// Returns true for what was read of a state file that has a bare key, as the old format has it, in
+// place of a property.
+bool IsBareKey(const Reading& reading);
+
+// Checks the state files that the boot read and the carriers that they name.
+void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& readings,
+                     const CarrierFiles& carriers, Findings* findings);
+// Checks the mapping files and what they lead to.
+void CheckMappings(const CarrierFiles& carriers, Findings* findings);
+// Checks the keys that the device has from legacy sources and properties.
+void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findings* findings);
+// Checks the files that are named by a key, but for those in `read`.
+void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
+                Findings* findings);
+// Checks for files of one directory that, each with its imports, end with different values.
+void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readings,
+                         Findings* findings);
+
+}  // namespace extprop

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <android-base/result.h>
+#include <nlohmann/json.hpp>
+
+#include "host/extprop/boot/boot.h"
+
+namespace extprop {
+
+// What a property file is for the library. R is a root.
+enum class FileKind {
+  kKeyedFile,     // R/etc/build.KEY.prop
+  kKeyedInOrder,  // R/properties/KEY/KIND/*.prop, which are read in the directory's order
+  kMapping,       // R/etc/flags.prop and nvmap.prop
+  kOther,         // any other *.prop file below R, which something may import
+  kState,         // a state file or a one-shot info file
+};
+
+// A directory that has properties as a partition has them.
+struct SurveyedRoot {
+  enum class Kind {
+    kPartition,
+    kPlace,    // /my_company or /my_carrier, where it is a directory of its own
+    kImage,    // the COTA image that the properties name
+    kWaiting,  // a COTA image or module that info files name, which is to be bound yet
+  };
+  std::string path;
+  Kind kind = Kind::kPartition;
+};
+
+struct SurveyedFile {
+  FileKind kind = FileKind::kOther;
+  std::size_t root = 0;  // an index into the roots; of no meaning for a state file
+};
+
+// R/properties/KEY, and each directory in it.
+struct SurveyedDirectory {
+  std::string path;
+  std::string key;
+  std::string kind;  // the last name of the path; empty for R/properties/KEY itself
+  std::size_t root = 0;
+};
+
+// A key that a device has from times before the SIM switch, and the file that it was read from.
+struct LegacyKey {
+  std::string key;
+  std::string source;
+};
+
+// All property files of a device, whether or not a boot reads them. Paths are those of the device,
+// without links in their directories.
+struct Survey {
+  std::vector<SurveyedRoot> roots;            // partitions come first, in the order of loading
+  std::map<std::string, SurveyedFile> files;  // by path
+  std::vector<SurveyedDirectory> directories;
+  std::map<std::string, std::string> unreadable;  // directories, and why
+  LegacyKey nv, ssv;
+  std::string nv_target;  // what a mapping file makes of the NV key
+  // What the library makes of them: its property files are the surveyed ones, each read by itself
+  // in the order of roots and paths, and what they import.
+  const BootRecord* record = nullptr;
+};
+
+// What the mapping files of one name make of a key.
+struct MappedKey {
+  std::string target;  // by the file that the library takes it from
+  std::vector<std::string> files;
+};
+
+// Returns what the partitions' mapping files of that name, such as "flags.prop", make of each key
+// that any of them has.
+std::map<std::string, MappedKey> MappingsOf(const Survey& survey, const std::string& file_name);
+
+// What is asked of a survey: is called where it is, as a Digest of a boot.
+using SurveyDigest = std::function<nlohmann::json(const Survey& survey)>;
+
+// Finds and reads the property files that the plan's device has before any boot, in a process of
+// its own. Fails as StartedBoot does; it is an error if the library does not offer its parser.
+android::base::Result<StartedBoot> StartSurvey(const BootPlan& plan, const SurveyDigest& digest);
+
+}  // namespace extprop
