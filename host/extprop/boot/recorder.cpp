@@ -242,6 +242,7 @@ void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
   if (finished_) return;
   HandOver hand_over;
   hand_over.mode = mode;
+  hand_over.entries.reserve(map.size());
   for (auto& [name, value] : map) {
     Entry entry = {name, std::move(value), device::PropertyValue(name), ""};
     entry.refused = Refusal(entry.name, entry.value);

@@ -1,7 +1,10 @@
 #include "host/extprop/carriers/carrier_boots.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <thread>
 #include <tuple>
@@ -24,16 +27,16 @@ std::string ValueOf(const Properties& properties, const std::string& name) {
 
 // What is to be told of a boot of `plan`.
 Endings EndingsToTell(const CarrierBoots& boots, const BootPlan& plan, const BootRecord& record) {
+  // Of each property that differs the value, or both.
+  std::vector<Properties::value_type> differing;
+  std::set_symmetric_difference(record.properties.begin(), record.properties.end(),
+                                boots.values.begin(), boots.values.end(),
+                                std::back_inserter(differing));
   std::set<std::string> names = boots.names;
-  const auto look = [&](const std::string& name, const std::string& value) {
+  for (const auto& [name, one] : differing) {
     const std::string given = ValueOf(plan.properties, name);
-    if (given != value || given == ValueOf(boots.plan.properties, name)) names.insert(name);
-  };
-  for (const auto& [name, value] : record.properties) {
-    if (value != Find(boots.by_default, name).value) look(name, value);
-  }
-  for (const auto& [name, ending] : boots.by_default) {
-    if (!ending.value.empty() && record.properties.count(name) == 0) look(name, "");
+    const bool as_given = given == ValueOf(record.properties, name);
+    if (!as_given || given == ValueOf(boots.plan.properties, name)) names.insert(name);
   }
   const auto parts = [](const Ending& ending) {
     return std::tie(ending.value, ending.place, ending.loader, ending.note);
@@ -79,7 +82,13 @@ Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
   CarrierOutcome booted = Finish(Start(
       plan, base, [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); }));
   if (!booted.error.empty()) return android::base::Error() << booted.error;
-  return CarrierBoots{plan, std::move(booted.endings), base, names};
+  CarrierBoots boots = {plan, std::move(booted.endings), {}, base, names};
+  for (const auto& [name, ending] : boots.by_default) {
+    if (!ending.value.empty()) boots.values.emplace_hint(boots.values.end(), name, ending.value);
+  }
+  // What the default boot needed is not to be copied into the process of every other.
+  malloc_trim(0);
+  return boots;
 }
 
 const Ending& EndingOf(const CarrierBoots& boots, const CarrierOutcome& outcome,

@@ -17,6 +17,7 @@ namespace extprop {
 struct CarrierBoots {
   BootPlan plan;       // without any carrier choice
   Endings by_default;  // of its boot with those of `base`
+  Properties values;   // the values of these
   std::vector<CarrierChoice> base;
   std::set<std::string> names;  // told where only their places are not as by default, too
 };

@@ -68,10 +68,13 @@ void AddLines(int mode, HeldName* held, History* history) {
 
 }  // namespace
 
-// Of several the latest, as a loader hands over what it read last before what it read first.
+// Of several the latest, as a loader hands over what it read last before what it read first. Where
+// the host gave a map to fill, it is the only one.
 ReadMap* FindHandedOver(const HandOver& hand_over, ReadMaps* maps) {
   for (auto map = maps->rbegin(); map != maps->rend(); ++map) {
-    if (map->second.pending && IsHandedOver(map->second, hand_over)) return &map->second;
+    if (!map->second.pending) continue;
+    const bool filled = hand_over.mode == kFilledMap;
+    if (filled || IsHandedOver(map->second, hand_over)) return &map->second;
   }
   return nullptr;
 }
