@@ -37,8 +37,8 @@ json LinesOf(const Survey& survey, const std::string& pattern) {
     if (file->second.kind != FileKind::kState) {
       const SurveyedRoot& root = survey.roots[file->second.root];
       at.root = root.path;
-      at.image = root.kind == SurveyedRoot::Kind::kImage ||
-                 root.kind == SurveyedRoot::Kind::kWaiting;
+      at.image =
+          root.kind == SurveyedRoot::Kind::kImage || root.kind == SurveyedRoot::Kind::kWaiting;
     } else if (IsGlob(pattern)) {
       continue;
     }
