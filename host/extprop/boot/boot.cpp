@@ -62,9 +62,7 @@ Result<void> Call(const PlannedStep& planned, android::init::IInitExtensionPrope
     return Error() << "the library threw an exception, which ends init: " << error.what();
   }
   // What a new thread says first belongs to the command that started it.
-  const bool starts_thread =
-      std::string(planned.loader->name) == "service" && planned.argument == "check_mount";
-  if (starts_thread) WaitUntil([&] { return recorder->bind_thread() != thread_before; });
+  if (StartsThread(planned)) WaitUntil([&] { return recorder->bind_thread() != thread_before; });
   return {};
 }
 
@@ -138,6 +136,10 @@ Result<json> PlayAndDigest(const BootPlan& plan, const Digest& digest, const Lib
 }
 
 }  // namespace
+
+bool StartsThread(const PlannedStep& step) {
+  return step.loader == FindLoader("service", true) && step.argument == "check_mount";
+}
 
 BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& give_up) {
   umask(0);  // init has none

@@ -22,6 +22,9 @@ struct PlannedStep {
   std::string argument;
 };
 
+// Returns whether the step starts the bind thread, which serves what is posted.
+bool StartsThread(const PlannedStep& step);
+
 struct BootPlan {
   std::string tree;     // the device's files, as the user named them; never changed
   DeviceTree device;    // the same, opened

@@ -59,10 +59,6 @@ Result<void> AddCall(const std::string& text, std::vector<PlannedStep>* steps) {
   return loader->words.empty() ? Result<void>() : RequireAmong(loader->words, argument);
 }
 
-bool StartsThread(const PlannedStep& step) {
-  return step.loader == FindLoader("service", true) && step.argument == "check_mount";
-}
-
 // A request needs the bind thread.
 Result<void> AddPost(const std::string& word, std::vector<PlannedStep>* steps) {
   if (std::none_of(steps->begin(), steps->end(), StartsThread)) {

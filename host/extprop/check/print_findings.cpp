@@ -1,9 +1,11 @@
 #include "host/extprop/check/print_findings.h"
 
+#include <android-base/strings.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "host/extprop/render/render_text.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
@@ -19,18 +21,18 @@ std::string GivenPlace(const DeviceTree& tree, const Place& place) {
   return place.line == 0 ? path : path + ":" + std::to_string(place.line);
 }
 
-const char* ColourOf(const std::string& severity) {
-  return severity == "error" ? "\033[1;31m" : severity == "warning" ? "\033[1;35m" : "\033[1;36m";
+const char* StyleOf(const std::string& severity) {
+  return severity == "error" ? kBoldRed : severity == "warning" ? kBoldMagenta : kBoldCyan;
 }
 
 }  // namespace
 
-void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings, bool colour,
+void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings,
                    std::ostream& out) {
   for (const Finding& finding : findings) {
     const std::string severity = KindOf(finding).severity;
-    out << Visible(GivenPlace(tree, finding.at)) << ": " << (colour ? ColourOf(severity) : "")
-        << severity << ':' << (colour ? "\033[0m" : "") << ' ' << Visible(finding.message);
+    out << Visible(GivenPlace(tree, finding.at)) << ": "
+        << Coloured(StyleOf(severity), severity + ":") << ' ' << Visible(finding.message);
     if (!finding.other.path.empty()) {
       out << " (" << Visible(GivenPlace(tree, finding.other)) << ")";
     }
@@ -39,15 +41,14 @@ void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings,
 }
 
 std::string CountFindings(const std::vector<Finding>& findings) {
-  std::string counts;
+  std::vector<std::string> counts;
   for (const std::string severity : {"error", "warning", "note"}) {
     const auto count = std::count_if(findings.begin(), findings.end(), [&](const Finding& each) {
       return KindOf(each).severity == severity;
     });
-    counts += (counts.empty() ? "" : ", ") + std::to_string(count) + " " + severity;
-    if (count != 1) counts += "s";
+    counts.push_back(Count(static_cast<size_t>(count), severity));
   }
-  return counts;
+  return android::base::Join(counts, ", ");
 }
 
 nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings) {

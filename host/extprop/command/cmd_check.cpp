@@ -39,7 +39,7 @@ int Check(const Options& options) {
   if (options.json) {
     std::cout << JsonText(FindingsJson(plan.device, findings)) << '\n';
   } else {
-    PrintFindings(plan.device, findings, ColourWanted(), std::cout);
+    PrintFindings(plan.device, findings, std::cout);
   }
   EndOutput(kTrouble);
   if (!options.json) {

@@ -14,6 +14,8 @@ constexpr const char* kRed = "31";
 constexpr const char* kGreen = "32";
 constexpr const char* kYellow = "33";
 constexpr const char* kBoldRed = "1;31";
+constexpr const char* kBoldMagenta = "1;35";
+constexpr const char* kBoldCyan = "1;36";
 
 // Returns true where the standard output is a terminal that shows colours and NO_COLOR is not set.
 bool ColourWanted();
