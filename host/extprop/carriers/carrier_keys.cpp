@@ -25,41 +25,37 @@ MappedKey Find(const MappedKeys& keys, const std::string& key) {
   return found == keys.end() ? MappedKey() : found->second;
 }
 
-// Whether a key of this root is one without further ado.
-bool HasKeys(const SurveyedRoot& root) {
-  return root.kind == SurveyedRoot::Kind::kPartition || root.kind == SurveyedRoot::Kind::kImage;
-}
+// Where in the map below the files are, beside the directories by their names.
+constexpr const char* kFiles = "etc/";
 
-// The keys of R/etc/build.KEY.prop, with the files in the order of the roots.
-MappedKeys FindKeyedFiles(const Survey& survey) {
-  MappedKeys keys;
+// What the library reads for keys, R/etc/build.KEY.prop and R/properties/KEY/DIRECTORY, of the
+// partitions and of the image that the device boots with.
+std::map<std::string, MappedKeys> FindKeyed(const Survey& survey) {
+  std::map<std::string, MappedKeys> found;
   for (size_t root = 0; root < survey.roots.size(); ++root) {
+    const SurveyedRoot::Kind kind = survey.roots[root].kind;
+    if (kind != SurveyedRoot::Kind::kPartition && kind != SurveyedRoot::Kind::kImage) continue;
     for (const auto& [path, file] : survey.files) {
-      if (file.kind != FileKind::kKeyedFile || file.root != root) continue;
-      if (HasKeys(survey.roots[root])) keys[ParseKeyedPath(path).key].files.push_back(path);
+      const KeyedPath keyed = ParseKeyedPath(path);
+      const bool counts = file.root == root && keyed.kind == "file";
+      if (counts) found[kFiles][keyed.key].files.push_back(path);
+    }
+    for (const SurveyedDirectory& each : survey.directories) {
+      if (each.root == root) found[each.kind][each.key].files.push_back(each.path);
     }
   }
-  return keys;
-}
-
-// The keys of R/properties/KEY/DIRECTORY.
-MappedKeys FindKeyedDirectories(const Survey& survey, const char* directory) {
-  MappedKeys keys;
-  for (const SurveyedDirectory& found : survey.directories) {
-    if (found.kind != directory || !HasKeys(survey.roots[found.root])) continue;
-    keys[found.key].files.push_back(found.path);
-  }
-  return keys;
+  return found;
 }
 
 std::vector<CarrierKey> FindKeys(const Survey& survey) {
   const MappedKeys nv_keys = MappingsOf(survey, kNvMapping);
   const MappedKeys first_keys = MappingsOf(survey, kFirstMapping);
-  const MappedKeys files = FindKeyedFiles(survey);
+  std::map<std::string, MappedKeys> found = FindKeyed(survey);
+  const MappedKeys& files = found[kFiles];
   std::vector<CarrierKey> keys;
 
   for (const KeyedDirectory& keyed : kKeyedDirectories) {
-    for (const auto& [name, known] : FindKeyedDirectories(survey, keyed.directory)) {
+    for (const auto& [name, known] : found[keyed.directory]) {
       keys.push_back({keyed.kind, name, name, "", known.files});
     }
   }
