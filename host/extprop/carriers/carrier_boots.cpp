@@ -16,6 +16,7 @@ namespace extprop {
 
 namespace {
 
+using android::base::Error;
 using android::base::Result;
 using nlohmann::json;
 using Choices = std::vector<CarrierChoice>;
@@ -81,7 +82,7 @@ Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
                                    const std::set<std::string>& names) {
   CarrierOutcome booted = Finish(Start(
       plan, base, [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); }));
-  if (!booted.error.empty()) return android::base::Error() << booted.error;
+  if (!booted.error.empty()) return Error() << booted.error;
   CarrierBoots boots = {plan, std::move(booted.endings), {}, base, names};
   for (const auto& [name, ending] : boots.by_default) {
     if (!ending.value.empty()) boots.values.emplace_hint(boots.values.end(), name, ending.value);
@@ -118,6 +119,54 @@ void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, un
     running.push_back(Start(boots.plan, Override(boots.base, each), tell));
   }
   while (!running.empty()) finish();
+}
+
+Result<Endings> BootWithKeys(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                             unsigned jobs, const TakeKey& take) {
+  Result<std::vector<CarrierKey>> keys = FindCarrierKeys(plan);
+  if (!keys.ok()) return keys.error();
+  Result<CarrierBoots> boots = BootByDefault(plan, base);
+  if (!boots.ok()) return boots.error();
+  std::vector<std::vector<CarrierChoice>> choices;
+  for (const CarrierKey& key : *keys) {
+    if (key.listed && key.never.empty()) choices.push_back({key.Choice()});
+  }
+  auto next = keys->begin();
+  const auto take_impossible = [&] {
+    for (; next != keys->end() && !(next->listed && next->never.empty()); ++next) {
+      if (next->listed) take(boots->by_default, *next, {});
+    }
+  };
+  BootEach(*boots, choices, jobs, [&](size_t, const CarrierOutcome& outcome) {
+    take_impossible();
+    take(boots->by_default, *next++, outcome);
+  });
+  take_impossible();
+  return std::move(boots->by_default);
+}
+
+Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                                      unsigned jobs) {
+  CarrierTable table;
+  std::string error;
+  const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {
+    if (!key.never.empty()) return;
+    if (error.empty() && !outcome.error.empty()) error = key.Choice().Text() + ": " + outcome.error;
+    table.columns.push_back({key, outcome.endings});
+  };
+  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add);
+  if (!by_default.ok()) return by_default.error();
+  if (!error.empty()) return Error() << error;
+  table.by_default = std::move(*by_default);
+  return table;
+}
+
+std::set<std::string> VaryingNames(const CarrierTable& table) {
+  std::set<std::string> names;
+  for (const CarrierColumn& column : table.columns) {
+    for (const auto& [name, ending] : column.differences) names.insert(name);
+  }
+  return names;
 }
 
 }  // namespace extprop

@@ -153,17 +153,15 @@ Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* pla
   return {};
 }
 
-std::set<std::string> NamesSetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan) {
-  std::set<std::string> names;
+Properties SetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan) {
+  Properties set;
   for (const CarrierChoice& choice : choices) {
     BootPlan chosen = plan;
     if (!PutInForce({choice}, &chosen).ok()) continue;
-    for (const auto& [name, value] : chosen.properties) {
-      const auto before = plan.properties.find(name);
-      if (before == plan.properties.end() || before->second != value) names.insert(name);
-    }
+    std::set_difference(chosen.properties.begin(), chosen.properties.end(), plan.properties.begin(),
+                        plan.properties.end(), std::inserter(set, set.end()));
   }
-  return names;
+  return set;
 }
 
 }  // namespace extprop

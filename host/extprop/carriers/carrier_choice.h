@@ -1,6 +1,5 @@
 #pragma once
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -46,7 +45,7 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
 android::base::Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
 
 // Returns the properties that some of `choices`, each in force by itself, gives other values to
-// boot with than those of `plan`.
-std::set<std::string> NamesSetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan);
+// boot with than those of `plan`; of several values any.
+Properties SetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan);
 
 }  // namespace extprop

@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "host/extprop/carriers/carrier_table.h"
+#include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/pages.h"
 #include "host/extprop/render/terminal.h"

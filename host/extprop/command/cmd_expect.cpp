@@ -5,19 +5,12 @@
 #include <nlohmann/json.hpp>
 #include <tuple>
 
-#include "host/extprop/carriers/carrier_table.h"
+#include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/expect/expectations.h"
 #include "host/extprop/render/terminal.h"
 
 namespace extprop {
-
-namespace {
-
-using nlohmann::json;
-using Choices = std::vector<CarrierChoice>;
-
-constexpr size_t kSectionsShown = 3;
 
 // What a device does not do as expected.
 struct Unmet {
@@ -35,6 +28,13 @@ struct Unmet {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Unmet, path, line, id, name, expected, value, place, note,
                                    sections, message)
+
+namespace {
+
+using nlohmann::json;
+using Choices = std::vector<CarrierChoice>;
+
+constexpr size_t kSectionsShown = 3;
 
 struct Checked {
   size_t boots = 0;
@@ -112,6 +112,7 @@ Checked Check(const BootPlan& plan, const Choices& base, const Expectations& exp
   checked.boots = sections.size();
   const CarrierBoots boots = OrFail(kTrouble, BootByDefault(plan, base, expectations.names));
   std::vector<Choices> choices;
+  choices.reserve(sections.size());
   for (const ExpectationSection& section : sections) choices.push_back(section.choices);
   std::vector<Unmet> everywhere;
   const auto check = [&](size_t index, const CarrierOutcome& outcome) {
@@ -144,7 +145,7 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
   Choices choices;
   for (const CarrierColumn& column : table.columns) choices.push_back(column.key.Choice());
   // What choosing a carrier sets by itself differs from key to key without anybody's doing.
-  const std::set<std::string> chosen = NamesSetBy(choices, plan);
+  const Properties chosen = SetBy(choices, plan);
   std::cout << "# What extprop expect --write found. Check with the same options.\n\n"
                "# On every device of this build:\n";
   for (const auto& [name, ending] : table.by_default) {

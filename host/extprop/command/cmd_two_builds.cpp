@@ -13,45 +13,45 @@
 
 namespace extprop {
 
+// One side of a difference between two builds.
+struct BuildSide {
+  std::string value;             // empty where the property is unset
+  std::set<std::string> places;  // where it is from, in any of the boots
+};
+
+struct BuildSides {
+  BuildSide a;
+  BuildSide b;
+};
+
+using BuildDifferences = std::map<std::string, BuildSides>;  // by property
+
+// Keys with which the builds differ in the same way.
+struct BuildGroup {
+  std::vector<CarrierChoice> keys;
+  BuildDifferences differences;
+};
+
+struct BuildComparison {
+  BuildDifferences everywhere;     // what differs in the same way in every boot
+  std::vector<BuildGroup> groups;  // what differs besides, in the order of their first keys
+  size_t keys = 0;                 // how many both builds know
+  std::vector<CarrierChoice> only_a, only_b;
+  std::vector<std::string> errors;  // of boots that could not be made or completed
+};
+
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierChoice, kind, key)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildSide, value, places)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildSides, a, b)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildGroup, keys, differences)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildComparison, everywhere, groups, keys, only_a, only_b,
+                                   errors)
 
 namespace {
 
 using android::base::Result;
 using nlohmann::json;
 using Choices = std::vector<CarrierChoice>;
-
-// One side of a difference between two builds.
-struct Side {
-  std::string value;             // empty where the property is unset
-  std::set<std::string> places;  // where it is from, in any of the boots
-};
-
-struct Sides {
-  Side a;
-  Side b;
-};
-
-using Differences = std::map<std::string, Sides>;  // by property
-
-// Keys with which the builds differ in the same way.
-struct Group {
-  Choices keys;
-  Differences differences;
-};
-
-struct Comparison {
-  Differences everywhere;     // what differs in the same way in every boot
-  std::vector<Group> groups;  // what differs besides, in the order of their first keys
-  size_t keys = 0;            // how many both builds know
-  Choices only_a, only_b;
-  std::vector<std::string> errors;  // of boots that could not be made or completed
-};
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Side, value, places)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Sides, a, b)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Group, keys, differences)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Comparison, everywhere, groups, keys, only_a, only_b, errors)
 
 std::set<CarrierChoice> KeysOf(const BootPlan& plan) {
   std::set<CarrierChoice> choices;
@@ -67,39 +67,38 @@ CarrierBoots BootBuild(const BootPlan& plan, const Choices& base) {
   return std::move(*boots);
 }
 
-Side SideOf(const Ending& ending) {
+BuildSide SideOf(const Ending& ending) {
   return {ending.value, ending.place.empty() ? std::set<std::string>() : std::set{ending.place}};
 }
 
 // Boots with each of `keys` and returns a group of its own for each whose boots could be completed.
-std::vector<Group> BootBoth(CarrierBoots a, CarrierBoots b, const Choices& keys, unsigned jobs,
-                            std::vector<std::string>* errors) {
+std::vector<BuildGroup> BootBoth(CarrierBoots a, CarrierBoots b, const Choices& keys, unsigned jobs,
+                                 std::vector<std::string>* errors) {
   // A value that is as by default may have another place all the same.
-  std::set<std::string> names = NamesSetBy(keys, a.plan);
+  std::set<std::string> names;
+  for (const auto& [name, value] : SetBy(keys, a.plan)) names.insert(name);
   for (const auto& [name, ending] : a.by_default) names.insert(name);
   for (const auto& [name, ending] : b.by_default) names.insert(name);
   a.names = b.names = names;
   std::vector<Choices> choices;
-  for (const CarrierChoice& key : keys) {
-    choices.push_back(key.kind.empty() ? Choices() : Choices{key});
-  }
+  for (const CarrierChoice& key : keys) choices.push_back({key});
   std::vector<CarrierOutcome> outcomes_a(keys.size());
   const auto keep = [&](size_t index, CarrierOutcome outcome) {
     outcomes_a[index] = std::move(outcome);
   };
-  std::vector<Group> groups;
+  std::vector<BuildGroup> groups;
   const auto compare = [&](size_t index, const CarrierOutcome& in_b) {
     const CarrierOutcome in_a = std::move(outcomes_a[index]);
-    if (!in_a.error.empty() || !in_b.error.empty()) {
-      const bool first = !in_a.error.empty();
-      errors->push_back(
-          keys[index].kind + " " + keys[index].key + ": " +
-          (first ? a.plan.tree + ": " + in_a.error : b.plan.tree + ": " + in_b.error));
+    const bool fails_in_a = !in_a.error.empty();
+    const std::string& error = fails_in_a ? in_a.error : in_b.error;
+    if (!error.empty()) {
+      errors->push_back(keys[index].kind + " " + keys[index].key + ": " +
+                        (fails_in_a ? a : b).plan.tree + ": " + error);
       return;
     }
     for (const auto& [name, ending] : in_a.endings) names.insert(name);
     for (const auto& [name, ending] : in_b.endings) names.insert(name);
-    Group group = {{keys[index]}, {}};
+    BuildGroup group = {{keys[index]}, {}};
     for (const std::string& name : names) {
       const Ending& end_a = EndingOf(a, in_a, name);
       const Ending& end_b = EndingOf(b, in_b, name);
@@ -114,7 +113,7 @@ std::vector<Group> BootBoth(CarrierBoots a, CarrierBoots b, const Choices& keys,
 }
 
 // Adds the difference, or where it is from.
-void Add(const Differences::value_type& found, Differences* differences) {
+void Add(const BuildDifferences::value_type& found, BuildDifferences* differences) {
   const auto& [name, sides] = found;
   auto& [a, b] = differences->try_emplace(name, sides).first->second;
   a.places.insert(sides.a.places.begin(), sides.a.places.end());
@@ -122,43 +121,44 @@ void Add(const Differences::value_type& found, Differences* differences) {
 }
 
 // What is the same of the differences of two boots: the property and its two values.
-std::tuple<std::string, std::string, std::string> ValuesOf(const Differences::value_type& found) {
+std::tuple<std::string, std::string, std::string> ValuesOf(
+    const BuildDifferences::value_type& found) {
   const auto& [name, sides] = found;
   return {name, sides.a.value, sides.b.value};
 }
 
-bool HaveSameValues(const Differences& a, const Differences& b) {
+bool HaveSameValues(const BuildDifferences& a, const BuildDifferences& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](const auto& x, const auto& y) { return ValuesOf(x) == ValuesOf(y); });
 }
 
 // Brings together what is in every group, and then the groups that differ in the same way.
-void Gather(const std::vector<Group>& found, Comparison* comparison) {
+void Gather(const std::vector<BuildGroup>& found, BuildComparison* comparison) {
   std::map<decltype(ValuesOf({})), size_t> counts;
-  for (const Group& each : found) {
+  for (const BuildGroup& each : found) {
     for (const auto& difference : each.differences) ++counts[ValuesOf(difference)];
   }
   auto& groups = comparison->groups;
-  for (const Group& each : found) {
-    Differences others;
+  for (const BuildGroup& each : found) {
+    BuildDifferences others;
     for (const auto& difference : each.differences) {
       const bool in_all = counts.at(ValuesOf(difference)) == found.size();
       Add(difference, in_all ? &comparison->everywhere : &others);
     }
     if (others.empty()) continue;
-    auto group = std::find_if(groups.begin(), groups.end(), [&](const Group& other) {
+    auto group = std::find_if(groups.begin(), groups.end(), [&](const BuildGroup& other) {
       return HaveSameValues(other.differences, others);
     });
-    if (group == groups.end()) group = groups.insert(group, Group());
+    if (group == groups.end()) group = groups.insert(group, BuildGroup());
     group->keys.push_back(each.keys.front());
     for (const auto& difference : others) Add(difference, &group->differences);
   }
 }
 
 // Boots by default and with each key that both builds know, over `base`.
-Comparison Compare(const BootPlan& a, const BootPlan& b, const Choices& base, unsigned jobs) {
+BuildComparison Compare(const BootPlan& a, const BootPlan& b, const Choices& base, unsigned jobs) {
   const std::set<CarrierChoice> in_a = KeysOf(a), in_b = KeysOf(b);
-  Comparison comparison;
+  BuildComparison comparison;
   Choices keys = {{"", ""}};
   std::set_intersection(in_a.begin(), in_a.end(), in_b.begin(), in_b.end(),
                         std::back_inserter(keys));
@@ -172,7 +172,7 @@ Comparison Compare(const BootPlan& a, const BootPlan& b, const Choices& base, un
   return comparison;
 }
 
-void PrintSide(const char* mark, const Side& side) {
+void PrintSide(const char* mark, const BuildSide& side) {
   const auto& [value, places] = side;
   std::cout << mark << Shown(value);
   if (!places.empty()) std::cout << "  " << Visible(*places.begin());
@@ -180,7 +180,7 @@ void PrintSide(const char* mark, const Side& side) {
   std::cout << '\n';
 }
 
-void PrintDifferences(const std::string& head, const Differences& differences, bool stat) {
+void PrintDifferences(const std::string& head, const BuildDifferences& differences, bool stat) {
   std::cout << Coloured(kBold, head + ": " + std::to_string(differences.size())) << '\n';
   if (stat) return;
   for (const auto& [name, sides] : differences) {
@@ -196,11 +196,11 @@ std::string Listed(const Choices& keys) {
   return list;
 }
 
-void Print(const Comparison& comparison, bool stat) {
+void Print(const BuildComparison& comparison, bool stat) {
   const auto& [everywhere, groups, keys, only_a, only_b, errors] = comparison;
   if (!everywhere.empty()) PrintDifferences("every carrier", everywhere, stat);
   size_t different = 0;
-  for (const Group& group : groups) {
+  for (const BuildGroup& group : groups) {
     PrintDifferences(Listed(group.keys), group.differences, stat);
     different += group.keys.size() - (group.keys.front().kind.empty() ? 1 : 0);
   }
@@ -218,7 +218,7 @@ int TwoBuilds(const Options& options, const BootPlan& a) {
   other.tree = options.tree_b;
   other.carriers.clear();
   const BootPlan b = OrFail(kTrouble, MakePlan(other));
-  const Comparison compared = Compare(a, b, options.boot.carriers, options.jobs);
+  const BuildComparison compared = Compare(a, b, options.boot.carriers, options.jobs);
   if (options.json || options.json_lines) {
     const json all = compared;
     std::cout << JsonText(all, options.json ? 2 : -1) << '\n';

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/carriers/carrier_table.h"
+#include "host/extprop/carriers/carrier_boots.h"
 
 namespace extprop {
 
