@@ -76,6 +76,14 @@ CarrierOutcome Finish(Result<StartedBoot> boot) {
   return {(*told)["error"], (*told)["endings"]};
 }
 
+// Has all that a boot with one of the keys may end with told.
+void AddAllNames(const std::vector<CarrierKey>& keys, CarrierBoots* boots) {
+  for (const auto& [name, ending] : boots->by_default) boots->names.insert(name);
+  for (const CarrierKey& key : keys) {
+    for (const auto& [name, value] : SetBy(key.Choice(), boots->plan)) boots->names.insert(name);
+  }
+}
+
 }  // namespace
 
 Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
@@ -92,10 +100,10 @@ Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
   return boots;
 }
 
-const Ending& EndingOf(const CarrierBoots& boots, const CarrierOutcome& outcome,
+const Ending& EndingOf(const Endings& by_default, const CarrierOutcome& outcome,
                        const std::string& name) {
   const auto told = outcome.endings.find(name);
-  return told == outcome.endings.end() ? Find(boots.by_default, name) : told->second;
+  return told == outcome.endings.end() ? Find(by_default, name) : told->second;
 }
 
 void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
@@ -121,32 +129,27 @@ void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, un
   while (!running.empty()) finish();
 }
 
-Result<Endings> BootWithKeys(const BootPlan& plan, const std::vector<CarrierChoice>& base,
-                             unsigned jobs, const TakeKey& take) {
-  Result<std::vector<CarrierKey>> keys = FindCarrierKeys(plan);
-  if (!keys.ok()) return keys.error();
+Result<Endings> BootWithKeys(const BootPlan& plan, const Choices& base, unsigned jobs,
+                             const TakeKey& take, bool every_place) {
+  Result<std::vector<CarrierKey>> found = FindCarrierKeys(plan);
+  if (!found.ok()) return found.error();
   Result<CarrierBoots> boots = BootByDefault(plan, base);
   if (!boots.ok()) return boots.error();
-  std::vector<std::vector<CarrierChoice>> choices;
-  for (const CarrierKey& key : *keys) {
-    if (key.listed && key.never.empty()) choices.push_back({key.Choice()});
+  std::vector<CarrierKey> keys;
+  std::vector<Choices> choices;
+  for (CarrierKey& key : *found) {
+    if (!key.listed) continue;
+    choices.push_back(key.never.empty() ? Choices{key.Choice()} : Choices());
+    keys.push_back(std::move(key));
   }
-  auto next = keys->begin();
-  const auto take_impossible = [&] {
-    for (; next != keys->end() && !(next->listed && next->never.empty()); ++next) {
-      if (next->listed) take(boots->by_default, *next, {});
-    }
-  };
-  BootEach(*boots, choices, jobs, [&](size_t, const CarrierOutcome& outcome) {
-    take_impossible();
-    take(boots->by_default, *next++, outcome);
+  if (every_place) AddAllNames(keys, &*boots);
+  BootEach(*boots, choices, jobs, [&](size_t index, const CarrierOutcome& outcome) {
+    take(boots->by_default, keys[index], outcome);
   });
-  take_impossible();
   return std::move(boots->by_default);
 }
 
-Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const std::vector<CarrierChoice>& base,
-                                      unsigned jobs) {
+Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base, unsigned jobs) {
   CarrierTable table;
   std::string error;
   const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {

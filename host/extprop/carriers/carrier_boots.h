@@ -38,7 +38,7 @@ android::base::Result<CarrierBoots> BootByDefault(const BootPlan& plan,
 
 // Returns how the boot ended for a property, as by default where its outcome does not tell. Good as
 // long as both.
-const Ending& EndingOf(const CarrierBoots& boots, const CarrierOutcome& outcome,
+const Ending& EndingOf(const Endings& by_default, const CarrierOutcome& outcome,
                        const std::string& name);
 
 // Boots once more with each element of `choices` in place of what contradicts it in the base,
@@ -52,12 +52,14 @@ using TakeKey = std::function<void(const Endings& by_default, const CarrierKey& 
                                    const CarrierOutcome& outcome)>;
 
 // Boots with each listed key of the plan's device in place of what contradicts it in `base`, `jobs`
-// at once (0: as many as there are cores), and calls `take` for each in their order; the outcome of
-// a key that no device can have is empty. Returns how the boot with `base` alone ends. Fails where
-// FindCarrierKeys or BootByDefault does; a boot with a key that fails is an outcome.
+// at once (0: as many as there are cores), and calls `take` for each in their order; a boot with a
+// key that no device can have is one by default. `every_place`: outcomes tell of all properties
+// that end in any way other than by default, which takes longer. Returns how the boot with `base`
+// alone ends. Fails where FindCarrierKeys or BootByDefault does; a boot with a key that fails is an
+// outcome.
 android::base::Result<Endings> BootWithKeys(const BootPlan& plan,
                                             const std::vector<CarrierChoice>& base, unsigned jobs,
-                                            const TakeKey& take);
+                                            const TakeKey& take, bool every_place = false);
 
 struct CarrierColumn {
   CarrierKey key;

@@ -153,14 +153,12 @@ Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* pla
   return {};
 }
 
-Properties SetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan) {
+Properties SetBy(const CarrierChoice& choice, const BootPlan& plan) {
+  BootPlan chosen = plan;
   Properties set;
-  for (const CarrierChoice& choice : choices) {
-    BootPlan chosen = plan;
-    if (!PutInForce({choice}, &chosen).ok()) continue;
-    std::set_difference(chosen.properties.begin(), chosen.properties.end(), plan.properties.begin(),
-                        plan.properties.end(), std::inserter(set, set.end()));
-  }
+  if (!PutInForce({choice}, &chosen).ok()) return set;
+  std::set_difference(chosen.properties.begin(), chosen.properties.end(), plan.properties.begin(),
+                      plan.properties.end(), std::inserter(set, set.end()));
   return set;
 }
 

@@ -44,8 +44,8 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
 // the plan's steps are known. The error says which choices no device has at once.
 android::base::Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
 
-// Returns the properties that some of `choices`, each in force by itself, gives other values to
-// boot with than those of `plan`; of several values any.
-Properties SetBy(const std::vector<CarrierChoice>& choices, const BootPlan& plan);
+// Returns the properties that the choice by itself gives other values to boot with than those of
+// `plan`.
+Properties SetBy(const CarrierChoice& choice, const BootPlan& plan);
 
 }  // namespace extprop

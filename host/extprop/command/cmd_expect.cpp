@@ -88,10 +88,10 @@ std::vector<ExpectationSection> KnownSections(const BootPlan& plan, const Choice
 // Adds what does not hold after the boot of a section. Where many devices fail in the same way, it
 // is told once.
 void AddUnmet(const ExpectationMap& expectations, const std::string& section,
-              const CarrierBoots& boots, const CarrierOutcome& outcome, std::vector<Unmet>* unmet) {
+              const Endings& by_default, const CarrierOutcome& outcome, std::vector<Unmet>* unmet) {
   for (const auto& [name, expectation] : expectations) {
     const auto& [path, line, expected] = expectation;
-    const auto& [value, place, loader, note] = EndingOf(boots, outcome, name);
+    const auto& [value, place, loader, note] = EndingOf(by_default, outcome, name);
     if (expected == kAnyValue ? !value.empty() : value == expected) continue;
     const Unmet found = {path, line, "unmet", name, expected, value, place, note};
     const auto told = std::find_if(unmet->begin(), unmet->end(), [&](const Unmet& other) {
@@ -118,8 +118,8 @@ Checked Check(const BootPlan& plan, const Choices& base, const Expectations& exp
   const auto check = [&](size_t index, const CarrierOutcome& outcome) {
     const auto& [path, line, title, carriers, own] = sections[index];
     if (outcome.error.empty()) {
-      AddUnmet(expectations.everywhere, title, boots, outcome, &everywhere);
-      AddUnmet(own, title, boots, outcome, &checked.unmet);
+      AddUnmet(expectations.everywhere, title, boots.by_default, outcome, &everywhere);
+      AddUnmet(own, title, boots.by_default, outcome, &checked.unmet);
     } else {
       checked.errors.push_back("[" + title + "]: " + outcome.error);
     }
@@ -142,10 +142,9 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
   const CarrierTable table =
       OrFail(kTrouble, FillCarrierTable(plan, options.boot.carriers, options.jobs));
   const std::set<std::string> varying = VaryingNames(table);
-  Choices choices;
-  for (const CarrierColumn& column : table.columns) choices.push_back(column.key.Choice());
   // What choosing a carrier sets by itself differs from key to key without anybody's doing.
-  const Properties chosen = SetBy(choices, plan);
+  Properties chosen;
+  for (const CarrierColumn& column : table.columns) chosen.merge(SetBy(column.key.Choice(), plan));
   std::cout << "# What extprop expect --write found. Check with the same options.\n\n"
                "# On every device of this build:\n";
   for (const auto& [name, ending] : table.by_default) {

@@ -1,13 +1,11 @@
 #include <algorithm>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <tuple>
 
 #include "host/extprop/carriers/carrier_boots.h"
-#include "host/extprop/carriers/carrier_keys.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/terminal.h"
 
@@ -51,65 +49,43 @@ namespace {
 
 using android::base::Result;
 using nlohmann::json;
-using Choices = std::vector<CarrierChoice>;
 
-std::set<CarrierChoice> KeysOf(const BootPlan& plan) {
-  std::set<CarrierChoice> choices;
-  for (const CarrierKey& key : OrFail(kTrouble, FindCarrierKeys(plan))) {
-    if (key.listed && key.never.empty()) choices.insert(key.Choice());
-  }
-  return choices;
-}
+// How the boots of one build end.
+struct Build {
+  std::string tree;
+  Endings by_default;
+  std::map<CarrierChoice, CarrierOutcome> outcomes;  // by key; the empty one stands for none
+};
 
-CarrierBoots BootBuild(const BootPlan& plan, const Choices& base) {
-  Result<CarrierBoots> boots = BootByDefault(plan, base);
-  if (!boots.ok()) throw Failure(kTrouble, plan.tree + ": " + boots.error().message());
-  return std::move(*boots);
+Build BootBuild(const BootPlan& plan, const Options& options) {
+  Build build = {plan.tree, {}, {}};
+  build.outcomes[{}] = {};
+  const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {
+    if (key.never.empty()) build.outcomes[key.Choice()] = outcome;
+  };
+  // A value that is as by default may have another place all the same.
+  Result<Endings> by_default = BootWithKeys(plan, options.boot.carriers, options.jobs, add, true);
+  if (!by_default.ok()) throw Failure(kTrouble, plan.tree + ": " + by_default.error().message());
+  build.by_default = std::move(*by_default);
+  return build;
 }
 
 BuildSide SideOf(const Ending& ending) {
   return {ending.value, ending.place.empty() ? std::set<std::string>() : std::set{ending.place}};
 }
 
-// Boots with each of `keys` and returns a group of its own for each whose boots could be completed.
-std::vector<BuildGroup> BootBoth(CarrierBoots a, CarrierBoots b, const Choices& keys, unsigned jobs,
-                                 std::vector<std::string>* errors) {
-  // A value that is as by default may have another place all the same.
-  std::set<std::string> names;
-  for (const auto& [name, value] : SetBy(keys, a.plan)) names.insert(name);
-  for (const auto& [name, ending] : a.by_default) names.insert(name);
-  for (const auto& [name, ending] : b.by_default) names.insert(name);
-  a.names = b.names = names;
-  std::vector<Choices> choices;
-  for (const CarrierChoice& key : keys) choices.push_back({key});
-  std::vector<CarrierOutcome> outcomes_a(keys.size());
-  const auto keep = [&](size_t index, CarrierOutcome outcome) {
-    outcomes_a[index] = std::move(outcome);
-  };
-  std::vector<BuildGroup> groups;
-  const auto compare = [&](size_t index, const CarrierOutcome& in_b) {
-    const CarrierOutcome in_a = std::move(outcomes_a[index]);
-    const bool fails_in_a = !in_a.error.empty();
-    const std::string& error = fails_in_a ? in_a.error : in_b.error;
-    if (!error.empty()) {
-      errors->push_back(keys[index].kind + " " + keys[index].key + ": " +
-                        (fails_in_a ? a : b).plan.tree + ": " + error);
-      return;
-    }
-    for (const auto& [name, ending] : in_a.endings) names.insert(name);
-    for (const auto& [name, ending] : in_b.endings) names.insert(name);
-    BuildGroup group = {{keys[index]}, {}};
-    for (const std::string& name : names) {
-      const Ending& end_a = EndingOf(a, in_a, name);
-      const Ending& end_b = EndingOf(b, in_b, name);
+BuildDifferences DifferencesOf(const Build& a, const CarrierOutcome& in_a, const Build& b,
+                               const CarrierOutcome& in_b) {
+  BuildDifferences differences;
+  for (const Endings* endings : {&a.by_default, &b.by_default, &in_a.endings, &in_b.endings}) {
+    for (const auto& [name, ending] : *endings) {
+      const Ending& end_a = EndingOf(a.by_default, in_a, name);
+      const Ending& end_b = EndingOf(b.by_default, in_b, name);
       if (end_a.value == end_b.value) continue;
-      group.differences[name] = {SideOf(end_a), SideOf(end_b)};
+      differences[name] = {SideOf(end_a), SideOf(end_b)};
     }
-    groups.push_back(std::move(group));
-  };
-  BootEach(a, choices, jobs, keep);
-  BootEach(b, choices, jobs, compare);
-  return groups;
+  }
+  return differences;
 }
 
 // Adds the difference, or where it is from.
@@ -155,20 +131,27 @@ void Gather(const std::vector<BuildGroup>& found, BuildComparison* comparison) {
   }
 }
 
-// Boots by default and with each key that both builds know, over `base`.
-BuildComparison Compare(const BootPlan& a, const BootPlan& b, const Choices& base, unsigned jobs) {
-  const std::set<CarrierChoice> in_a = KeysOf(a), in_b = KeysOf(b);
+BuildComparison CompareBuilds(const Build& a, const Build& b) {
   BuildComparison comparison;
-  Choices keys = {{"", ""}};
-  std::set_intersection(in_a.begin(), in_a.end(), in_b.begin(), in_b.end(),
-                        std::back_inserter(keys));
-  std::set_difference(in_a.begin(), in_a.end(), in_b.begin(), in_b.end(),
-                      std::back_inserter(comparison.only_a));
-  std::set_difference(in_b.begin(), in_b.end(), in_a.begin(), in_a.end(),
-                      std::back_inserter(comparison.only_b));
-  comparison.keys = keys.size() - 1;
-  Gather(BootBoth(BootBuild(a, base), BootBuild(b, base), keys, jobs, &comparison.errors),
-         &comparison);
+  std::vector<BuildGroup> groups;  // one for each key
+  for (const auto& [key, in_a] : a.outcomes) {
+    const auto in_b = b.outcomes.find(key);
+    const std::string named = key.kind + " " + key.key + ": ";
+    if (in_b == b.outcomes.end()) {
+      comparison.only_a.push_back(key);
+    } else if (!in_a.error.empty()) {
+      comparison.errors.push_back(named + a.tree + ": " + in_a.error);
+    } else if (!in_b->second.error.empty()) {
+      comparison.errors.push_back(named + b.tree + ": " + in_b->second.error);
+    } else {
+      groups.push_back({{key}, DifferencesOf(a, in_a, b, in_b->second)});
+    }
+  }
+  for (const auto& [key, in_b] : b.outcomes) {
+    if (a.outcomes.count(key) == 0) comparison.only_b.push_back(key);
+  }
+  comparison.keys = a.outcomes.size() - comparison.only_a.size() - 1;
+  Gather(groups, &comparison);
   return comparison;
 }
 
@@ -190,7 +173,7 @@ void PrintDifferences(const std::string& head, const BuildDifferences& differenc
   }
 }
 
-std::string Listed(const Choices& keys) {
+std::string Listed(const std::vector<CarrierChoice>& keys) {
   std::string list;
   for (const CarrierChoice& key : keys) list += (list.empty() ? "" : ", ") + Visible(key.Title());
   return list;
@@ -218,7 +201,7 @@ int TwoBuilds(const Options& options, const BootPlan& a) {
   other.tree = options.tree_b;
   other.carriers.clear();
   const BootPlan b = OrFail(kTrouble, MakePlan(other));
-  const BuildComparison compared = Compare(a, b, options.boot.carriers, options.jobs);
+  const BuildComparison compared = CompareBuilds(BootBuild(a, options), BootBuild(b, options));
   if (options.json || options.json_lines) {
     const json all = compared;
     std::cout << JsonText(all, options.json ? 2 : -1) << '\n';
