@@ -35,7 +35,8 @@ class CotaCheck {
       Place at = PlaceOf(directory);
       // The default target stands in no file.
       if (at.path == kBootPath) at = PlaceOf(mount.source);
-      findings_.Add("failed-bind", at, what + "there is no " + directory);
+      std::string message = what;
+      findings_.Add("failed-bind", at, message.append("there is no ").append(directory));
     }
   }
 
