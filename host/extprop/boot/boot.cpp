@@ -147,6 +147,8 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
   mallopt(M_TRIM_THRESHOLD, kEnough);
   mallopt(M_MMAP_THRESHOLD, kEnough);
   mallopt(M_TOP_PAD, kHeapStep);
+  // Nor are small pieces kept apart, which a request for a large one would have to gather again.
+  mallopt(M_MXFAST, 0);
   Recorder* recorder = Recorder::Start(plan.properties, library, plan.lines, plan.keep_line);
   const Watchdog watchdog(plan.timeout, recorder, give_up);
   auto* service = library.factory(kLibraryName);

@@ -94,7 +94,7 @@ struct PropertyLine {
   LineOutcome outcome = LineOutcome::kBlank;
   std::string name;   // of a property; of an import the path
   std::string value;  // of a property; of an import the filter
-  std::string text;   // as it stands in the file
+  std::string text;   // as it stands in the file; empty where that is NAME=VALUE
 };
 
 struct Event {

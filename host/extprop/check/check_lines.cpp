@@ -72,7 +72,7 @@ void ReadingCheck::ReportUnread() {
 
 void ReadingCheck::CheckLine(const ReadingLine& read) {
   const PropertyLine& line = *read.line;
-  if (line.line == 1 && StartsWith(line.text, kByteOrderMark)) {
+  if (line.line == 1 && StartsWith(line.text.empty() ? line.name : line.text, kByteOrderMark)) {
     return Report("byte-order-mark", line,
                   "the byte order mark \\xef\\xbb\\xbf is read as the beginning of the line");
   }

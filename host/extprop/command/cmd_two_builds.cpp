@@ -74,16 +74,18 @@ BuildSide SideOf(const Ending& ending) {
   return {ending.value, ending.place.empty() ? std::set<std::string>() : std::set{ending.place}};
 }
 
+// `names` are those that differ by default.
 BuildDifferences DifferencesOf(const Build& a, const CarrierOutcome& in_a, const Build& b,
-                               const CarrierOutcome& in_b) {
+                               const CarrierOutcome& in_b, std::set<std::string> names) {
+  for (const Endings* endings : {&in_a.endings, &in_b.endings}) {
+    for (const auto& [name, ending] : *endings) names.insert(name);
+  }
   BuildDifferences differences;
-  for (const Endings* endings : {&a.by_default, &b.by_default, &in_a.endings, &in_b.endings}) {
-    for (const auto& [name, ending] : *endings) {
-      const Ending& end_a = EndingOf(a.by_default, in_a, name);
-      const Ending& end_b = EndingOf(b.by_default, in_b, name);
-      if (end_a.value == end_b.value) continue;
-      differences[name] = {SideOf(end_a), SideOf(end_b)};
-    }
+  for (const std::string& name : names) {
+    const Ending& end_a = EndingOf(a.by_default, in_a, name);
+    const Ending& end_b = EndingOf(b.by_default, in_b, name);
+    if (end_a.value == end_b.value) continue;
+    differences[name] = {SideOf(end_a), SideOf(end_b)};
   }
   return differences;
 }
@@ -133,6 +135,8 @@ void Gather(const std::vector<BuildGroup>& found, BuildComparison* comparison) {
 
 BuildComparison CompareBuilds(const Build& a, const Build& b) {
   BuildComparison comparison;
+  std::set<std::string> by_default;
+  for (const Difference& found : Compare(a.by_default, b.by_default)) by_default.insert(found.name);
   std::vector<BuildGroup> groups;  // one for each key
   for (const auto& [key, in_a] : a.outcomes) {
     const auto in_b = b.outcomes.find(key);
@@ -144,7 +148,7 @@ BuildComparison CompareBuilds(const Build& a, const Build& b) {
     } else if (!in_b->second.error.empty()) {
       comparison.errors.push_back(named + b.tree + ": " + in_b->second.error);
     } else {
-      groups.push_back({{key}, DifferencesOf(a, in_a, b, in_b->second)});
+      groups.push_back({{key}, DifferencesOf(a, in_a, b, in_b->second, by_default)});
     }
   }
   for (const auto& [key, in_b] : b.outcomes) {

@@ -3,6 +3,7 @@
 #include <android-base/strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -149,7 +150,11 @@ std::string SourceIn(const Step& step) {
 // Takes a survey as steps of a boot.
 class Surveyor {
  public:
-  Surveyor(const BootPlan& plan, const Library& library) : plan_(plan), library_(library) {}
+  Surveyor(const BootPlan& plan, const Library& library) : plan_(plan), library_(library) {
+    for (const PlannedStep& step : plan.steps) {
+      if (step.loader == FindLoader("partitions", false)) loads_partitions_ = true;
+    }
+  }
 
   Result<StartedBoot> Start(const SurveyDigest& digest) {
     const Loader nv_key =
@@ -187,10 +192,17 @@ class Surveyor {
     }
     for (size_t root = 0; root < survey_.roots.size(); ++root) {
       for (const auto& [path, file] : survey_.files) {
-        if (file.kind != FileKind::kState && file.root == root) Read(path);
+        if (file.kind != FileKind::kState && file.root == root && !IsOfBoot(path)) Read(path);
       }
     }
     for (const char* state : kStateFiles) ReadState(state);
+  }
+
+  bool IsOfBoot(const std::string& path) const {
+    return loads_partitions_ &&
+           std::any_of(survey_.roots.begin(), survey_.roots.end(), [&](const SurveyedRoot& root) {
+             return root.kind == Kind::kPartition && path == root.path + "/build.prop";
+           });
   }
 
   android::init::PropertyMap ReadState(const std::string& path) {
@@ -207,6 +219,7 @@ class Surveyor {
 
   BootPlan plan_;
   const Library& library_;
+  bool loads_partitions_ = false;
   Survey survey_;
 };
 

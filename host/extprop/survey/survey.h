@@ -63,7 +63,8 @@ struct Survey {
   LegacyKey nv, ssv;
   std::string nv_target;  // what a mapping file makes of the NV key
   // What the library makes of them: its property files are the surveyed ones, each read by itself
-  // in the order of roots and paths, and what they import.
+  // in the order of roots and paths, and what they import. Without the partitions' build.prop where
+  // the plan's boot loads all partitions, and so tells more of them.
   const BootRecord* record = nullptr;
 };
 
