@@ -76,12 +76,15 @@ CarrierOutcome Finish(Result<StartedBoot> boot) {
   return {(*told)["error"], (*told)["endings"]};
 }
 
-// Has all that a boot with one of the keys may end with told.
-void AddAllNames(const std::vector<CarrierKey>& keys, CarrierBoots* boots) {
-  for (const auto& [name, ending] : boots->by_default) boots->names.insert(name);
+// Has told where each property is from that the choice of a key may move.
+Result<void> TellPlaces(const std::vector<CarrierKey>& keys, CarrierBoots* boots) {
+  Result<std::set<std::string>> names = FindKeyedNames(boots->plan);
+  if (!names.ok()) return names.error();
   for (const CarrierKey& key : keys) {
-    for (const auto& [name, value] : SetBy(key.Choice(), boots->plan)) boots->names.insert(name);
+    for (const auto& [name, value] : SetBy(key.Choice(), boots->plan)) names->insert(name);
   }
+  boots->names.merge(*names);
+  return {};
 }
 
 }  // namespace
@@ -142,7 +145,10 @@ Result<Endings> BootWithKeys(const BootPlan& plan, const Choices& base, unsigned
     choices.push_back(key.never.empty() ? Choices{key.Choice()} : Choices());
     keys.push_back(std::move(key));
   }
-  if (every_place) AddAllNames(keys, &*boots);
+  if (every_place) {
+    Result<void> told = TellPlaces(keys, &*boots);
+    if (!told.ok()) return told.error();
+  }
   BootEach(*boots, choices, jobs, [&](size_t index, const CarrierOutcome& outcome) {
     take(boots->by_default, keys[index], outcome);
   });

@@ -53,8 +53,8 @@ using TakeKey = std::function<void(const Endings& by_default, const CarrierKey& 
 
 // Boots with each listed key of the plan's device in place of what contradicts it in `base`, `jobs`
 // at once (0: as many as there are cores), and calls `take` for each in their order; a boot with a
-// key that no device can have is one by default. `every_place`: outcomes tell of all properties
-// that end in any way other than by default, which takes longer. Returns how the boot with `base`
+// key that no device can have is one by default. `every_place`: outcomes tell, too, of the
+// properties that have their default value from another place. Returns how the boot with `base`
 // alone ends. Fails where FindCarrierKeys or BootByDefault does; a boot with a key that fails is an
 // outcome.
 android::base::Result<Endings> BootWithKeys(const BootPlan& plan,

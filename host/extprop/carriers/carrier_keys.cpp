@@ -116,6 +116,17 @@ std::string Doubt(const CarrierChoice& choice, const std::vector<CarrierKey>& ke
   return doubt;
 }
 
+// Surveys the plan's device and returns what `find` returns of that.
+template <typename Found>
+Result<Found> Ask(const BootPlan& plan, const std::function<Found(const Survey&)>& find) {
+  Result<StartedBoot> survey =
+      StartSurvey(plan, [&](const Survey& found) -> nlohmann::json { return find(found); });
+  if (!survey.ok()) return survey.error();
+  Result<nlohmann::json> answer = survey->Finish();
+  if (!answer.ok()) return answer.error();
+  return answer->get<Found>();
+}
+
 }  // namespace
 
 nlohmann::json ToJson(const CarrierKey& key) {
@@ -124,12 +135,21 @@ nlohmann::json ToJson(const CarrierKey& key) {
 }
 
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
-  Result<StartedBoot> survey =
-      StartSurvey(plan, [](const Survey& found) -> nlohmann::json { return FindKeys(found); });
-  if (!survey.ok()) return survey.error();
-  Result<nlohmann::json> keys = survey->Finish();
-  if (!keys.ok()) return keys.error();
-  return keys->get<std::vector<CarrierKey>>();
+  return Ask<std::vector<CarrierKey>>(plan, FindKeys);
+}
+
+Result<std::set<std::string>> FindKeyedNames(const BootPlan& plan) {
+  return Ask<std::set<std::string>>(plan, [](const Survey& survey) {
+    std::set<std::string> names;
+    for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
+      const size_t outermost = OutermostFile(*survey.record, line->file);
+      const auto file = survey.files.find(survey.record->property_files[outermost].device_path);
+      const FileKind kind = file == survey.files.end() ? FileKind::kOther : file->second.kind;
+      const bool keyed = kind == FileKind::kKeyedFile || kind == FileKind::kKeyedInOrder;
+      if (keyed && Sets(*line)) names.insert(line->name);
+    }
+    return names;
+  });
 }
 
 std::vector<std::string> Doubts(const std::vector<CarrierChoice>& choices,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ nlohmann::json ToJson(const CarrierKey& key);
 // Finds all carrier keys that the tree of `plan` knows. Those that are listed come in the order in
 // which the library's carrier-keyed files use their kinds, and by name. Fails as StartSurvey does.
 android::base::Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
+
+// Returns the names of the properties that any file sets which is read for a carrier key. Fails as
+// StartSurvey does.
+android::base::Result<std::set<std::string>> FindKeyedNames(const BootPlan& plan);
 
 // Says of each choice that has no effect on the device why, and which keys it may have been meant
 // to be; one sentence each.
