@@ -1,5 +1,6 @@
 #include "host/extprop/boot/property_input.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <android-base/file.h>
@@ -108,10 +109,27 @@ std::string WithoutImports(const std::string& path, Lines lines) {
   return android::base::Join(lines, '\n');
 }
 
+// While it lives, no signal ends the process that it can hold up.
+class SignalsHeldUp {
+ public:
+  SignalsHeldUp() {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before_);
+  }
+  ~SignalsHeldUp() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsHeldUp(const SignalsHeldUp&) = delete;
+  SignalsHeldUp& operator=(const SignalsHeldUp&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 Result<void> ParseBuildProp(const std::string& path, const Lines& lines, const Library& library,
                             Properties* properties) {
   const auto load = library.load_properties_from_file_without_se;
   if (load == nullptr) return Error() << path << ": this library does not show its parser";
+  const SignalsHeldUp until_removed;
   // The parser follows no link, so that a descriptor's name under /proc does not do.
   TemporaryFile file;
   if (file.fd < 0 || !android::base::WriteStringToFd(WithoutImports(path, lines), file.fd)) {

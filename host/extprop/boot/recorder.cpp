@@ -298,11 +298,16 @@ void Recorder::ReadLine(const android::init::PropertyLine& line) {
   if (keep_line_ && !keep_line_(name)) return;
   std::lock_guard<std::mutex> guard(lock_);
   if (finished_ || inside.back() == kNoImporter || record_.steps.empty()) return;
-  const bool is_plain = line.outcome != LineOutcome::kNoProperty &&
+  PropertyLine recorded = {inside.back(),
+                           static_cast<unsigned>(line.number),
+                           line.outcome,
+                           std::move(name),
+                           std::string(line.value),
+                           ""};
+  const bool is_plain = (Sets(recorded) || line.outcome == LineOutcome::kFiltered) &&
                         line.text.size() == line.name.size() + 1 + line.value.size();
-  Add(PropertyLine{inside.back(), static_cast<unsigned>(line.number), line.outcome, std::move(name),
-                   std::string(line.value),
-                   std::string(is_plain ? std::string_view() : line.text)});
+  if (!is_plain) recorded.text = line.text;
+  Add(std::move(recorded));
 }
 
 // Owner and mode are set after the content is, so the state is looked at when the step is over.

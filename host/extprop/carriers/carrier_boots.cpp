@@ -78,7 +78,7 @@ CarrierOutcome Finish(Result<StartedBoot> boot) {
 
 // Has told where each property is from that the choice of a key may move.
 Result<void> TellPlaces(const std::vector<CarrierKey>& keys, CarrierBoots* boots) {
-  Result<std::set<std::string>> names = FindKeyedNames(boots->plan);
+  Result<std::set<std::string>> names = FindSurveyedNames(boots->plan);
   if (!names.ok()) return names.error();
   for (const CarrierKey& key : keys) {
     for (const auto& [name, value] : SetBy(key.Choice(), boots->plan)) names->insert(name);
@@ -155,15 +155,21 @@ Result<Endings> BootWithKeys(const BootPlan& plan, const Choices& base, unsigned
   return std::move(boots->by_default);
 }
 
-Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base, unsigned jobs) {
+Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base, unsigned jobs,
+                                      bool chosen) {
   CarrierTable table;
   std::string error;
-  const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {
+  const auto add = [&](const Endings& by_default, const CarrierKey& key,
+                       const CarrierOutcome& outcome) {
     if (!key.never.empty()) return;
     if (error.empty() && !outcome.error.empty()) error = key.Choice().Text() + ": " + outcome.error;
-    table.columns.push_back({key, outcome.endings});
+    table.columns.push_back({key, {}});
+    for (const auto& [name, ending] : outcome.endings) {
+      if (ending.value == Find(by_default, name).value) continue;
+      table.columns.back().differences.emplace(name, ending);
+    }
   };
-  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add);
+  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add, chosen);
   if (!by_default.ok()) return by_default.error();
   if (!error.empty()) return Error() << error;
   table.by_default = std::move(*by_default);

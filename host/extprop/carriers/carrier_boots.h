@@ -72,11 +72,12 @@ struct CarrierTable {
   std::vector<CarrierColumn> columns;
 };
 
-// Returns what BootWithKeys tells. Fails where that does, and where any boot cannot be made or
+// Returns what BootWithKeys tells, of the properties that choose a key too where `chosen` is set.
+// Fails where that does, and where any boot cannot be made or
 // completed: a table with holes would be taken for a whole one.
 android::base::Result<CarrierTable> FillCarrierTable(const BootPlan& plan,
                                                      const std::vector<CarrierChoice>& base,
-                                                     unsigned jobs);
+                                                     unsigned jobs, bool chosen);
 
 // Returns the names of the properties that differ from the default in any column.
 std::set<std::string> VaryingNames(const CarrierTable& table);

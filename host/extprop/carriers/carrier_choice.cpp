@@ -104,11 +104,25 @@ void SetProperties(const Keys& keys, BootPlan* plan) {
   }
 }
 
+// Returns the kind of carrier whose key a property holds; of any other its name.
+std::string KindBehind(const std::string& property) {
+  for (const KeyedDirectory& keyed : kKeyedDirectories) {
+    if (property == keyed.property) return keyed.kind;
+  }
+  if (property == kOperatorA || property == kOperatorB) return "operator";
+  return property == kBootCarrier ? "vmcarrier" : property;
+}
+
 }  // namespace
 
+const std::vector<std::string>& CarrierKinds() {
+  static const std::vector<std::string> kinds = {"first", "current",  "channel",  "nv",
+                                                 "ssv",   "operator", "vmcarrier"};
+  return kinds;
+}
+
 Result<CarrierChoice> ParseCarrierChoice(const std::string& text) {
-  const std::vector<std::string> kinds = {"first", "current",  "channel",  "nv",
-                                          "ssv",   "operator", "vmcarrier"};
+  const std::vector<std::string>& kinds = CarrierKinds();
   const size_t equals = text.find('=');
   const CarrierChoice choice = {text.substr(0, equals),
                                 equals == std::string::npos ? "" : text.substr(equals + 1)};
@@ -128,7 +142,8 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
                                     const std::vector<CarrierChoice>& choices) {
   // Of an SSV key and an operator only one counts.
   const auto place = [](const CarrierChoice& choice) {
-    return choice.kind == "operator" ? "ssv" : choice.kind;
+    const std::string kind = choice.IsProperty() ? KindBehind(choice.kind) : choice.kind;
+    return kind == "operator" ? "ssv" : kind;
   };
   std::vector<CarrierChoice> together;
   for (const CarrierChoice& old : base) {
@@ -146,6 +161,10 @@ Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* pla
   }
   if (keys.count("ssv") != 0 && keys.count("operator") != 0) {
     return Error() << "an operator counts only on a device without ssv";
+  }
+  for (const auto& [kind, key] : keys) {
+    const std::string behind = KindBehind(kind);
+    if (behind != kind && keys.count(behind) != 0) return Error() << behind << " sets " << kind;
   }
   if (keys.empty()) return {};
   SetProperties(keys, plan);

@@ -32,6 +32,9 @@ struct CarrierChoice {
   }
 };
 
+// The kinds of carriers, as listed above.
+const std::vector<std::string>& CarrierKinds();
+
 // Parses KIND=KEY with the kind of a carrier.
 android::base::Result<CarrierChoice> ParseCarrierChoice(const std::string& text);
 

@@ -138,15 +138,11 @@ Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
   return Ask<std::vector<CarrierKey>>(plan, FindKeys);
 }
 
-Result<std::set<std::string>> FindKeyedNames(const BootPlan& plan) {
+Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan) {
   return Ask<std::set<std::string>>(plan, [](const Survey& survey) {
     std::set<std::string> names;
     for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
-      const size_t outermost = OutermostFile(*survey.record, line->file);
-      const auto file = survey.files.find(survey.record->property_files[outermost].device_path);
-      const FileKind kind = file == survey.files.end() ? FileKind::kOther : file->second.kind;
-      const bool keyed = kind == FileKind::kKeyedFile || kind == FileKind::kKeyedInOrder;
-      if (keyed && Sets(*line)) names.insert(line->name);
+      if (Sets(*line)) names.insert(line->name);
     }
     return names;
   });

@@ -31,9 +31,9 @@ nlohmann::json ToJson(const CarrierKey& key);
 // which the library's carrier-keyed files use their kinds, and by name. Fails as StartSurvey does.
 android::base::Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
 
-// Returns the names of the properties that any file sets which is read for a carrier key. Fails as
-// StartSurvey does.
-android::base::Result<std::set<std::string>> FindKeyedNames(const BootPlan& plan);
+// Returns the names of the properties that are set in any file which not every boot reads, such as
+// those of carriers and what imports name. Fails as StartSurvey does.
+android::base::Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan);
 
 // Says of each choice that has no effect on the device why, and which keys it may have been meant
 // to be; one sentence each.

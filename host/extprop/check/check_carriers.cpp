@@ -80,9 +80,12 @@ void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& reading
                     "a bare key, which is ignored in this file");
     }
     if (IsBareKey(reading) && Has(kUpgradedFiles, reading.path)) {
+      std::string key = TextOf(boot, reading.path);
       findings->Add("old-state-file", {reading.path, 1},
-                    "a bare key, the old format; the next boot rewrites it");
-      const std::string key = TextOf(boot, reading.path);
+                    key.empty()
+                        ? "a bare key, the old format; a boot without its property rewrites it"
+                        : "a bare key, the old format; the next boot rewrites it");
+      if (key.empty()) android::base::ReadFileToString(reading.path, &key);
       if (CheckBareKey(reading.path, key, findings)) {
         CheckCarrier({reading.path, 1}, key, carriers, findings);
       }

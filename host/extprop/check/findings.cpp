@@ -25,7 +25,8 @@ Result<Baseline> ReadBaseline(const std::string& path) {
   Baseline known;
   if (path.empty()) return known;
   std::string text;
-  if (!android::base::ReadFileToString(path, &text)) return ErrnoError() << "--baseline " << path;
+  if (!android::base::ReadFileToString(path, &text, true))
+    return ErrnoError() << "--baseline " << path;
   try {
     const nlohmann::json document = nlohmann::json::parse(text);
     for (const nlohmann::json& finding : document.at("findings")) {

@@ -71,7 +71,7 @@ int WriteTables(const Options& options, const BootPlan& plan) {
   RefuseInside("--html", options.html, plan.tree);
   RefuseInside("--csv", options.csv, plan.tree);
   const CarrierTable table =
-      OrFail(kFailed, FillCarrierTable(plan, options.boot.carriers, options.jobs));
+      OrFail(kFailed, FillCarrierTable(plan, options.boot.carriers, options.jobs, true));
   if (!options.html.empty()) {
     WriteOutput("--html", options.html, RenderCarriersHtml(plan.tree, table));
   }

@@ -140,7 +140,7 @@ Checked Check(const BootPlan& plan, const Choices& base, const Expectations& exp
 // the section of each key how it differs from that.
 int WriteExpectations(const BootPlan& plan, const Options& options) {
   const CarrierTable table =
-      OrFail(kTrouble, FillCarrierTable(plan, options.boot.carriers, options.jobs));
+      OrFail(kTrouble, FillCarrierTable(plan, options.boot.carriers, options.jobs, false));
   const std::set<std::string> varying = VaryingNames(table);
   // What choosing a carrier sets by itself differs from key to key without anybody's doing.
   Properties chosen;

@@ -194,7 +194,7 @@ void Print(const BuildComparison& comparison, bool stat) {
   if (!only_a.empty()) std::cout << Coloured(kBold, "only in A: " + Listed(only_a)) << '\n';
   if (!only_b.empty()) std::cout << Coloured(kBold, "only in B: " + Listed(only_b)) << '\n';
   std::cout << "keys in both builds: " << keys << ", with differences: " << different << " in "
-            << groups.size() << " groups; only in A: " << only_a.size()
+            << Count(groups.size(), "group") << "; only in A: " << only_a.size()
             << ", only in B: " << only_b.size() << '\n';
 }
 

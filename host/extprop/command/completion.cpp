@@ -20,6 +20,12 @@ Offers ValuesOf(const CLI::Option& option) {
   const std::string type = option.get_type_name();
   if (StartsWith(type, "LEVEL")) {
     for (const auto& [name, level] : kLogLevels) values.emplace_back(name, "");
+  } else if (StartsWith(type, "ID")) {
+    for (const FindingKind& kind : FindingKinds()) values.emplace_back(kind.id, kind.help);
+  } else if (StartsWith(type, "SEVERITY")) {
+    for (const char* severity : {"error", "warning", "note"}) values.emplace_back(severity, "");
+  } else if (type == "KIND=KEY") {
+    for (const std::string& kind : CarrierKinds()) values.emplace_back(kind + "=", "");
   } else if (type == "WORD") {
     for (const std::string& word : RequestWords()) values.emplace_back(word, "");
   } else if (StartsWith(type, "LOADER")) {

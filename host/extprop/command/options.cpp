@@ -73,15 +73,16 @@ void AddCarriers(CLI::App* command, Options* options) {
   for (CLI::Option* file : of_files) {
     for (CLI::Option* other : of_text) file->excludes(other);
   }
+  for (CLI::Option* json : {of_text[2], of_text[3]}) json->excludes(of_text[1]);
   command->add_option("-j,--jobs", options->jobs);
 }
 
 void AddExpect(CLI::App* command, Options* options) {
   AddBootOptions(command, &options->boot);
   command->add_option("FILE", options->expectation_files);
-  command->add_flag("--write", options->write);
+  CLI::Option* write = command->add_flag("--write", options->write);
   command->add_option("-j,--jobs", options->jobs);
-  command->add_flag("--json", options->json);
+  command->add_flag("--json", options->json)->excludes(write);
 }
 
 void AddCheck(CLI::App* command, Options* options) {

@@ -28,6 +28,10 @@ class Reader {
     for (const std::string& raw : android::base::Split(content, "\n")) {
       ++line_;
       const std::string line = Trim(raw);
+      if (line_ == 1 && android::base::StartsWith(line, "\xef\xbb\xbf")) {
+        errors.push_back(Here() + ": error: the line begins with a byte order mark");
+        continue;
+      }
       if (line.empty() || line[0] == '#') continue;
       Result<void> taken = line[0] == '[' ? TakeSection(line) : TakeExpectation(line);
       if (!taken.ok()) errors.push_back(Here() + ": error: " + taken.error().message());
