@@ -77,8 +77,8 @@ Step Describe(const PlannedStep& planned) {
 // Gives up a boot that takes too long, and says what it waits for.
 class Watchdog {
  public:
-  Watchdog(std::chrono::seconds limit, Recorder* recorder, const GiveUp& give_up)
-      : thread_([=] { Watch(limit, recorder, give_up); }) {}
+  Watchdog(const BootPlan& plan, Recorder* recorder, const GiveUp& give_up)
+      : thread_([=, &plan] { Watch(plan, recorder, give_up); }) {}
   ~Watchdog() {
     {
       std::lock_guard<std::mutex> guard(lock_);
@@ -89,11 +89,11 @@ class Watchdog {
   }
 
  private:
-  void Watch(std::chrono::seconds limit, Recorder* recorder, const GiveUp& give_up) {
+  void Watch(const BootPlan& plan, Recorder* recorder, const GiveUp& give_up) {
     std::unique_lock<std::mutex> guard(lock_);
-    if (condition_.wait_for(guard, limit, [this] { return done_; })) return;
+    if (condition_.wait_for(guard, plan.timeout, [this] { return done_; })) return;
     const std::string file = recorder->WaitsFor();
-    give_up("the boot has not ended after " + std::to_string(limit.count()) + " s" +
+    give_up(plan.title + " has not ended after " + std::to_string(plan.timeout.count()) + " s" +
             (file.empty() ? "" : "; it waits for " + file));
   }
 
@@ -150,7 +150,7 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
   // Nor are small pieces kept apart, which a request for a large one would have to gather again.
   mallopt(M_MXFAST, 0);
   Recorder* recorder = Recorder::Start(plan.properties, library, plan.lines, plan.keep_line);
-  const Watchdog watchdog(plan.timeout, recorder, give_up);
+  const Watchdog watchdog(plan, recorder, give_up);
   auto* service = library.factory(kLibraryName);
   bool past_partitions = false;
   for (const PlannedStep& planned : plan.steps) {
@@ -180,6 +180,11 @@ Result<StartedBoot> StartedBoot::Start(const BootPlan& plan, const Digest& diges
   Result<sandbox::RootProcess> process =
       sandbox::RootProcess::Start(plan.device.root, [&](int output) -> int {
         const auto give_up = [output](const std::string& why) { EndWith(output, why, kFailed); };
+        // What is thrown on the bind thread nobody catches.
+        static const auto uncaught = [&] {
+          give_up("the library threw an exception on its thread, which ends init");
+        };
+        std::set_terminate([] { uncaught(); });
         Result<json> answer = PlayAndDigest(plan, digest, *library, give_up);
         if (!answer.ok()) EndWith(output, answer.error().message(), kFailed);
         std::string bytes;

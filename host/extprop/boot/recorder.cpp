@@ -293,7 +293,9 @@ void Recorder::LeaveFile(std::string_view error) {
 }
 
 void Recorder::ReadLine(const android::init::PropertyLine& line) {
-  if (line.outcome == LineOutcome::kBlank) return;
+  // One that begins with a NUL byte is blank for the library, but not for who wrote it.
+  const bool hides = line.text.find('\0') != std::string_view::npos;
+  if (line.outcome == LineOutcome::kBlank && !hides) return;
   std::string name(line.name);
   if (keep_line_ && !keep_line_(name)) return;
   std::lock_guard<std::mutex> guard(lock_);

@@ -2,6 +2,8 @@
 
 #include <android-base/file.h>
 
+#include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -82,7 +84,7 @@ json CheckSurvey(const BootPlan& plan, const Library& library, const Survey& sur
   }
   CheckDirectoryOrder(survey, readings, &others);
   for (const auto& [path, error] : survey.unreadable) {
-    others.Add("unreadable-file", {path}, "the directory cannot be read: " + error);
+    others.Add("unreadable-file", {path}, error);
   }
   for (const SurveyedDirectory& directory : survey.directories) {
     if (directory.kind.empty() || IsKeyedDirectory(directory.kind)) continue;
@@ -148,6 +150,11 @@ class BootCheck {
       if (step.error.empty()) continue;
       const std::string argument = step.argument.empty() ? "" : "=" + step.argument;
       findings.Add("unfinished-boot", {kBootPath}, step.name + argument + ": " + step.error);
+    }
+    for (const FileEvent* file : Only<FileEvent>(boot)) {
+      if (file->error != EACCES || file->op == FileOp::kWrite) continue;
+      findings.Add("unreadable-file", {file->path},
+                   std::string("it cannot be reached: ") + strerror(EACCES));
     }
     CheckCota(boot, readings, &findings);
     if (overrides_) CheckOverrides(boot, readings, &findings);

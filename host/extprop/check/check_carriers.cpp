@@ -130,6 +130,15 @@ void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findi
   if (!is_bare || !CheckBareKey(ssv.source, ssv.key, findings)) ssv.key.clear();
   if (carriers.nv_target.empty()) report(nv, kNvMapping);
 
+  const bool known = std::any_of(carriers.mappings.begin(), carriers.mappings.end(),
+                                 [&](const CarrierFiles::Mapping& line) {
+                                   return line.file == kFirstMapping && line.key == ssv.key;
+                                 });
+  if (!ssv.key.empty() && carriers.keyed_files.count(ssv.key) == 0 && !known) {
+    findings->Add("unknown-carrier", {ssv.source, 1},
+                  "no partition has etc/build." + ssv.key + ".prop, and no mapping file the key");
+  }
+
   // The first key is derived only where the device keeps none; then one legacy key is enough.
   const std::vector<const FileEvent*> files = Only<FileEvent>(boot);
   const bool derived = std::any_of(files.begin(), files.end(), [](const FileEvent* file) {
@@ -178,7 +187,7 @@ void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readi
       if (is_new || earlier->second->first == value.first) continue;
       findings->Add("directory-order", value.second,
                     Quoted(name) + " is " + Quoted(earlier->second->first) +
-                        " in another file, and which counts depends on the directory's order",
+                        " in another file, and which is read last depends on the directory's order",
                     earlier->second->second);
     }
   }

@@ -119,8 +119,8 @@ void ReadingCheck::CheckProperty(const PropertyLine& line) {
   if (is_new) return;
   const bool same = known->second->value == line.value;
   Report("duplicate-name", line,
-         Quoted(line.name) +
-             (same ? " has this value already" : " has another value already; this one counts"),
+         Quoted(line.name) + (same ? " has this value already"
+                                   : " has another value already, which this one replaces"),
          {reading_.path, known->second->line});
   known->second = &line;
 }

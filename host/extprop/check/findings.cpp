@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
@@ -89,13 +90,7 @@ const FindingKind& KindOf(const Finding& finding) {
 }
 
 std::string Quoted(const std::string& text) {
-  std::string shown = text;
-  for (const auto& [bytes, name] :
-       {std::pair("\xef\xbb\xbf", "\\xef\\xbb\\xbf"), std::pair("\xc2\xa0", "\\xc2\\xa0"),
-        std::pair("\xe2\x80\x8b", "\\xe2\\x80\\x8b")}) {
-    shown = android::base::StringReplace(shown, bytes, name, true);
-  }
-  return "'" + shown + "'";
+  return "'" + WithoutInvisible(text) + "'";
 }
 
 Result<std::size_t> Select(const FindingSelection& selection, std::vector<Finding>* findings) {

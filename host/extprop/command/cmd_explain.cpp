@@ -135,7 +135,7 @@ int Explain(const Options& options) {
   EndOutput(kFailed);
   RequireWholeBoot(kFailed, told["error"]);
   if (found) return kSuccess;
-  std::string nothing = "no file or rule sets " + options.name;
+  std::string nothing = "no file of the partitions, state file or rule sets " + options.name;
   if (!nearest.empty()) nothing += "; the nearest are " + android::base::Join(nearest, ", ");
   return Fail(kFailed, nothing);
 }

@@ -13,7 +13,7 @@
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, image)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awaits)
 
 namespace {
 
@@ -33,12 +33,16 @@ json LinesOf(const Survey& survey, const std::string& pattern) {
     if (!Sets(*line) || read.importer != kNoImporter) continue;
     const auto file = survey.files.find(read.device_path);
     if (file == survey.files.end() || file->second.kind == FileKind::kMapping) continue;
-    FoundLine at = {read.device_path, line->line, line->name, line->value, "", false};
+    // What else an info file has are no properties.
+    const bool property = ContentOf(read.device_path) != FileContent::kInfo ||
+                          StartsWith(line->name, "sys.") || StartsWith(line->name, "ro.");
+    if (!property) continue;
+    FoundLine at = {read.device_path, line->line, line->name, line->value, ""};
     if (file->second.kind != FileKind::kState) {
       const SurveyedRoot& root = survey.roots[file->second.root];
       at.root = root.path;
-      at.image =
-          root.kind == SurveyedRoot::Kind::kImage || root.kind == SurveyedRoot::Kind::kWaiting;
+      if (root.kind == SurveyedRoot::Kind::kImage) at.awaits = "loaded";
+      if (root.kind == SurveyedRoot::Kind::kWaiting) at.awaits = "bound";
     } else if (IsGlob(pattern)) {
       continue;
     }
@@ -63,7 +67,7 @@ class WhatWasRead {
       return told ? "" : "read, but not among what is handed over of this file";
     }
     if (line.root.empty()) return "not read: no step of this boot reads it";
-    if (line.image && !HasAnyBelow(line.root)) return WhyNotImage(line.root);
+    if (!line.awaits.empty() && !HasAnyBelow(line.root)) return WhyNotImage(line);
     const auto [kind, key] = ParseKeyedPath(line.path);
     const std::string directory = Dirname(line.path);
     if (kind == "file" && directory == line.root + "/etc") return WhyNotKeyed(kind, key);
@@ -78,10 +82,28 @@ class WhatWasRead {
         line.path == "/mnt/vendor/my_company/etc/build.prop") {
       return "not read: only the special edition's loader, quasar, loads it";
     }
-    return "not read: no file that was read imports it";
+    return "not read: no file that was read imports it" + NearlyImported(line.path);
   }
 
  private:
+  // An import that would name the file, or might, but was not followed; with what stands before it.
+  std::string NearlyImported(const std::string& path) const {
+    for (const PropertyLine* line : Only<PropertyLine>(record_)) {
+      const PropertyFile& file = record_.property_files[line->file];
+      const std::string place = file.device_path + ":" + std::to_string(line->line);
+      const std::string text = android::base::Trim(line->text);
+      if (line->outcome == LineOutcome::kImportNotExpandable) {
+        return "; which file " + place + " imports cannot be told, as it cannot be expanded";
+      }
+      if (!file.filter.empty() && StartsWith(text, "import ") &&
+          text.find(path) != std::string::npos) {
+        return "; " + place +
+               " names it in a file that is read with a filter, which imports nothing";
+      }
+    }
+    return "";
+  }
+
   // The library looks for the files and directories of every key that it has.
   void TakeLookedFor(const FileEvent& file) {
     if (file.op != FileOp::kAccess && file.op != FileOp::kList) return;
@@ -102,9 +124,12 @@ class WhatWasRead {
     return first != files_.end() && StartsWith(*first, root + "/");
   }
 
-  std::string WhyNotImage(const std::string& root) const {
+  std::string WhyNotImage(const FoundLine& line) const {
+    if (line.awaits == "bound") {
+      return "not read: no step of this boot binds the COTA image or module " + line.root;
+    }
     const auto verified = record_.properties.find(kImageVerified);
-    std::string why = "not read: no step of this boot loads the COTA image " + root;
+    std::string why = "not read: no step of this boot loads the COTA image " + line.root;
     if (verified != record_.properties.end() && verified->second == "1") return why;
     return why + ", which is not verified";
   }

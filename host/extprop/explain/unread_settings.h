@@ -16,8 +16,10 @@ struct FoundLine {
   unsigned line = 0;
   std::string name;
   std::string value;
-  std::string root;    // the partition or COTA image that the file lies in; empty for a state file
-  bool image = false;  // the root is a COTA image or module
+  std::string root;  // the partition or COTA image that the file lies in; empty for a state file
+  // Of a COTA image or module: "loaded" where the properties name it, "bound" where an info file
+  // does, by what has to happen before it is read; else empty.
+  std::string awaits = {};
 };
 
 // Returns whether the property's name is `pattern` or matches it as a glob.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <android-base/format.h>
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <cctype>
@@ -81,10 +82,19 @@ std::vector<std::string> Wrap(const std::string& text, size_t width, size_t hang
   return lines;
 }
 
+std::string WithoutInvisible(std::string text) {
+  for (const auto& [bytes, name] :
+       {std::pair("\xef\xbb\xbf", "\\xef\\xbb\\xbf"), std::pair("\xc2\xa0", "\\xc2\\xa0"),
+        std::pair("\xe2\x80\x8b", "\\xe2\\x80\\x8b")}) {
+    text = android::base::StringReplace(text, bytes, name, true);
+  }
+  return text;
+}
+
 std::string Visible(const std::string& text) {
   static const std::map<char, std::string> named = {{'\n', "\\n"}, {'\t', "\\t"}, {'\r', "\\r"}};
   std::string visible;
-  for (const char byte : text) {
+  for (const char byte : WithoutInvisible(text)) {
     const auto name = named.find(byte);
     if (name != named.end()) {
       visible += name->second;

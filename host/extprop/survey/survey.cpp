@@ -80,7 +80,7 @@ class Walk {
     fs::directory_iterator entry(directory, error);
     if (error && error != std::errc::no_such_file_or_directory &&
         error != std::errc::not_a_directory) {
-      survey_.unreadable[directory] = error.message();
+      survey_.unreadable[directory] = "the directory cannot be read: " + error.message();
     }
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
       entries.push_back(*entry);
@@ -93,7 +93,7 @@ class Walk {
       const std::string name = entry.path().filename();
       if (name == kNvMapping || name == kFirstMapping) {
         Add(entry, FileKind::kMapping);
-      } else if (StartsWith(name, "build.") && name != "build.prop" && !IsDirectory(entry)) {
+      } else if (!ParseKeyedPath(entry.path()).kind.empty() && !IsDirectory(entry)) {
         Add(entry, FileKind::kKeyedFile);
       } else {
         LookIntoOther(entry);
@@ -118,7 +118,13 @@ class Walk {
     const std::string kind = entry.path().filename();
     survey_.directories.push_back({entry.path(), key, kind, Root()});
     if (!IsKeyedDirectory(kind)) return LookIntoOther(entry);
-    for (const fs::directory_entry& file : List(entry)) Add(file, FileKind::kKeyedInOrder);
+    for (const fs::directory_entry& file : List(entry)) {
+      if (IsDirectory(file)) {
+        LookIntoOther(file);
+      } else {
+        Add(file, FileKind::kKeyedInOrder);
+      }
+    }
   }
 
   void LookIntoOther(const fs::directory_entry& place) {
@@ -129,10 +135,12 @@ class Walk {
   // The library reads no links; where it looks for a file, it is worth telling that one is there.
   void Add(const fs::directory_entry& entry, FileKind kind) {
     std::error_code ignored;
-    const bool is_file =
-        EndsWith(entry.path().native(), ".prop") &&
-        (IsLink(entry) ? kind != FileKind::kOther : entry.is_regular_file(ignored));
-    if (is_file) survey_.files.try_emplace(entry.path(), SurveyedFile{kind, Root()});
+    if (!EndsWith(entry.path().native(), ".prop")) return;
+    if (IsLink(entry) ? kind != FileKind::kOther : entry.is_regular_file(ignored)) {
+      survey_.files.try_emplace(entry.path(), SurveyedFile{kind, Root()});
+    } else if (!IsLink(entry) && !IsDirectory(entry)) {
+      survey_.unreadable[entry.path()] = "no file: a boot that reads it may wait for ever";
+    }
   }
 
   Survey& survey_;
@@ -162,6 +170,7 @@ class Surveyor {
     const Loader ssv_key =
         Reader("SSV key", [this] { library_.read_old_ssv_key(&survey_.ssv.key); });
     const Loader files = Reader("all property files", [this] { ReadFiles(); });
+    plan_.title = "the reading of all property files";
     plan_.steps = {{&nv_key, ""}, {&ssv_key, ""}, {&files, ""}};
     plan_.lines = true;
     plan_.keep_fd = -1;

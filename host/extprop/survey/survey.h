@@ -59,7 +59,7 @@ struct Survey {
   std::vector<SurveyedRoot> roots;            // partitions come first, in the order of loading
   std::map<std::string, SurveyedFile> files;  // by path
   std::vector<SurveyedDirectory> directories;
-  std::map<std::string, std::string> unreadable;  // directories, and why
+  std::map<std::string, std::string> unreadable;  // what was not looked into, and why
   LegacyKey nv, ssv;
   std::string nv_target;  // what a mapping file makes of the NV key
   // What the library makes of them: its property files are the surveyed ones, each read by itself

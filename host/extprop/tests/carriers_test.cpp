@@ -105,7 +105,7 @@ TEST_F(CarriersTest, groups_what_differs_between_two_builds) {
   EXPECT_EQ(outcome.out, R"(every carrier: 1
 nv NV000001, nv NV000002: 1
 only in B: channel new
-keys in both builds: 9, with differences: 2 in 1 groups; only in A: 0, only in B: 1
+keys in both builds: 9, with differences: 2 in 1 group; only in A: 0, only in B: 1
 )");
 }
 

@@ -101,7 +101,7 @@ TEST_F(CommandTest, explain_tells_why_each_place_lost) {
     /my_company/build.prop:1  [company]  persist, -              dropped by the company update: not in mode 1
 )");
   ExpectRefusal(RunTool("explain ro.c " + tree_.path()), 1,
-                "no file or rule sets ro.c; the nearest are ro.a");
+                "no file of the partitions, state file or rule sets ro.c; the nearest are ro.a");
   ExpectRefusal(RunTool("explain odm", "cd " + tree_.path() + " &&"), 2, "the NAME before it");
 }
 
@@ -157,7 +157,7 @@ TEST_F(CarrierTest, the_chain_of_keys_leads_to_what_the_device_has) {
   * /odm/etc/build.nv-westtel.prop:1  [1]      persist, mode 0  wins
         for nv key EUQ10007 -> nv-westtel (/mnt/vendor/my_carrier/etc/flags.prop:2), from /mnt/vendor/vemrareserve/radio/exp_operator_switch.config
     /odm/etc/build.nv-other.prop:1    [2]      -                not read: for nv, ssv or operator key nv-other; this boot has nv-westtel
-    /data/image/build.prop:1          [image]  -                not read: no step of this boot loads the COTA image /data/image, which is not verified
+    /data/image/build.prop:1          [image]  -                not read: no step of this boot binds the COTA image or module /data/image
 )");
   EXPECT_EQ(Explain("sys.sim.switch.first"), R"([sys.sim.switch.first]: [westtel]
   * /odm/etc/nvmap.prop:1  [westtel]  persist, mode 0  wins
