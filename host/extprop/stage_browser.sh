@@ -86,7 +86,7 @@ expect "large device" "$out/large.dom" "ro.vemra.first.0 carrier000"
 "$extprop" carriers "$profile/large/root" --props "$profile/large/device.prop" --html "$out/carriers.html"
 carriers=file://$PWD/$out/carriers.html
 browse --dump-dom "$carriers" >"$out/plain.dom"
-expect filters "$out/plain.dom" "Only what differs 37 properties, 312 keys"
+expect filters "$out/plain.dom" "Only what differs 40 properties, 312 keys"
 browse --dump-dom "$carriers#all=1&q=property0 area39&c=nv" >"$out/linked.dom"
 expect link "$out/linked.dom" "75 properties, 66 keys"
 
