@@ -27,6 +27,7 @@ struct Entry {
   std::string name;
   std::string path;
   Names* unreadable = nullptr;
+  bool with_mounted = false;
   struct stat about = {};
 };
 
@@ -111,15 +112,15 @@ bool KeepAttributes(const Entry& entry) {
   return utimensat(entry.to, name, times, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-Result<void> CopyEntry(Entry entry, bool skip_mounted);
+Result<void> CopyEntry(Entry entry);
 
 Result<void> CopyEntries(int from, int to, const std::string& prefix, const Names& excluded,
-                         Names* unreadable) {
+                         Names* unreadable, bool with_mounted) {
   Names names;
   if (!ListDirectory(from, &names)) return ErrnoError() << "cannot list " << prefix << ".";
   for (const std::string& name : names) {
     if (std::find(excluded.begin(), excluded.end(), name) != excluded.end()) continue;
-    Result<void> copied = CopyEntry({from, to, name, prefix + name, unreadable}, true);
+    Result<void> copied = CopyEntry({from, to, name, prefix + name, unreadable, with_mounted});
     if (!copied.ok()) return copied;
   }
   return {};
@@ -132,19 +133,20 @@ Result<void> CopyDirectory(const Entry& entry, bool empty) {
   if (empty) return {};
   unique_fd from = OpenDirectory(entry.from, entry.name);
   if (from < 0) return NoteUnreadable(entry) ? Result<void>() : Failed(entry);
-  return CopyEntries(from.get(), to.get(), entry.path + "/", {}, entry.unreadable);
+  return CopyEntries(from.get(), to.get(), entry.path + "/", {}, entry.unreadable,
+                     entry.with_mounted);
 }
 
-Result<void> CopyEntry(Entry entry, bool skip_mounted) {
+Result<void> CopyEntry(Entry entry) {
   const char* name = entry.name.c_str();
   if (fstatat(entry.from, name, &entry.about, AT_SYMLINK_NOFOLLOW) != 0) {
     return NoteUnreadable(entry) ? Result<void>() : Failed(entry);
   }
-  const bool mounted = skip_mounted && IsMountPoint(entry);
-  if (mounted && !S_ISDIR(entry.about.st_mode)) return {};
+  const bool left_out = !entry.with_mounted && IsMountPoint(entry);
+  if (left_out && !S_ISDIR(entry.about.st_mode)) return {};
   switch (entry.about.st_mode & S_IFMT) {
     case S_IFDIR:
-      if (Result<void> copied = CopyDirectory(entry, mounted); !copied.ok()) return copied;
+      if (Result<void> copied = CopyDirectory(entry, left_out); !copied.ok()) return copied;
       break;
     case S_IFREG: {
       unique_fd in = OpenFile(entry);
@@ -166,7 +168,7 @@ Result<void> CopyEntry(Entry entry, bool skip_mounted) {
 }
 
 Result<void> CopyWay(int from, int to, const std::string& place, Names* unreadable) {
-  if (place.empty()) return CopyEntries(from, to, "", {}, unreadable);
+  if (place.empty()) return CopyEntries(from, to, "", {}, unreadable, false);
   const size_t slash = place.find('/');
   Entry entry = {from, to, place.substr(0, slash), place, unreadable};
   const char* name = entry.name.c_str();
@@ -190,8 +192,8 @@ Result<void> CopyWay(int from, int to, const std::string& place, Names* unreadab
 }  // namespace
 
 Result<void> CopyTree(android::base::borrowed_fd from, android::base::borrowed_fd to,
-                      const Names& excluded, Names* unreadable) {
-  return CopyEntries(from.get(), to.get(), "", excluded, unreadable);
+                      const Names& excluded, Names* unreadable, bool with_mounted) {
+  return CopyEntries(from.get(), to.get(), "", excluded, unreadable, with_mounted);
 }
 
 Result<void> CopyPlace(android::base::borrowed_fd from, android::base::borrowed_fd to,
@@ -203,7 +205,7 @@ Result<void> CopyPlace(android::base::borrowed_fd from, android::base::borrowed_
 Result<void> CopyFile(android::base::borrowed_fd from, android::base::borrowed_fd to,
                       const std::string& name) {
   Names unreadable;
-  return CopyEntry({from.get(), to.get(), name, name, &unreadable}, false);
+  return CopyEntry({from.get(), to.get(), name, name, &unreadable, true});
 }
 
 }  // namespace sandbox

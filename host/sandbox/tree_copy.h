@@ -13,16 +13,18 @@ namespace sandbox {
 // its own side of a change of the root; `from` may be opened with O_PATH.
 //
 // Contents, symbolic links, modes and modification times are kept; owners too and special files are
-// made, both as far as the caller is allowed to. Hard links become separate files. What is mounted
-// below `from` is not entered: a mount point is an empty directory in the copy, and a file that
-// something is mounted on is left out. `to` itself keeps its mode and owner.
+// made, both as far as the caller is allowed to. Hard links become separate files. Unless
+// `with_mounted`, what is mounted below `from` is not entered: a mount point is an empty directory
+// in the copy, and a file that something is mounted on is left out. `to` itself keeps its mode and
+// owner.
 //
 // Nothing that exists is ever written over. The error names the path, relative to `from`, and
 // leaves the copy as it is by then. What the caller may not read is such an error only if
 // `unreadable` is null; else its path is added to it, a file is left out and a directory is empty.
 android::base::Result<void> CopyTree(android::base::borrowed_fd from, android::base::borrowed_fd to,
                                      const std::vector<std::string>& excluded = {},
-                                     std::vector<std::string>* unreadable = nullptr);
+                                     std::vector<std::string>* unreadable = nullptr,
+                                     bool with_mounted = false);
 
 // Copies, of what `from` holds, only the directories that lead to `place`, a path relative to it,
 // and whatever is below `place`. As far as they do not exist, or are mount points or links, there

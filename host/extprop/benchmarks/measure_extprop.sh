@@ -43,6 +43,6 @@ for carriers in 60 600; do
       printf "  explain, to a plain boot: %.2f\n  check, to a plain boot: %.2f\n", explain / one, check / one
       printf "  carriers, %d keys: %.1f s, %.1f boots a second\n", keys, all / 1000, keys * 1000 / all
       printf "  a key, to a plain boot: %.2f\n", all / keys / beside
-      printf "  largest process: %.1f MB, of %d at most\n", memory / 1024, 1 + 2 * cores
+      printf "  largest process: %.1f MB, of %d at most\n", memory / 1024, 1 + cores
     }'
 done

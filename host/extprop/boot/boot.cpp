@@ -23,6 +23,7 @@ namespace {
 
 using android::base::Error;
 using android::base::Result;
+using android::base::unique_fd;
 using nlohmann::json;
 using namespace std::chrono_literals;
 
@@ -119,15 +120,16 @@ constexpr char kFailed = '-';
   _exit(sent ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
-Result<json> PlayAndDigest(const BootPlan& plan, const Digest& digest, const Library& library,
-                           const GiveUp& give_up) {
-  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
+Result<json> PlayAndDigest(const BootPlan& plan, bool had_proc, const Digest& digest,
+                           const Library& library, const GiveUp& give_up) {
   try {
     if (plan.prepare) plan.prepare();
+    Result<unique_fd> root = plan.keep_fd >= 0 ? HoldTree() : unique_fd();
+    if (!root.ok()) return Error() << "cannot keep the resulting tree: " << root.error();
     // Never freed, as the process is about to end.
     const auto* record = new BootRecord(PlayHost(plan, library, give_up));
     Result<void> kept;
-    if (plan.keep_fd >= 0) kept = KeepTree(plan.keep_fd, had_proc, *record);
+    if (plan.keep_fd >= 0) kept = KeepTree(*root, plan.keep_fd, had_proc, *record);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
     return digest(*record);
   } catch (const std::exception& error) {
@@ -171,7 +173,8 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
 }
 
 Result<StartedBoot> StartedBoot::Start(const BootPlan& plan, const Digest& digest) {
-  // Before the private root hides it.
+  // Both before the private root hides them.
+  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
   Result<Library> library = LoadLibrary(plan.library);
   if (!library.ok()) return library.error();
   if (plan.lines && library->KSSI_OBSERVE_PropertyFiles == nullptr) {
@@ -185,7 +188,7 @@ Result<StartedBoot> StartedBoot::Start(const BootPlan& plan, const Digest& diges
           give_up("the library threw an exception on its thread, which ends init");
         };
         std::set_terminate([] { uncaught(); });
-        Result<json> answer = PlayAndDigest(plan, digest, *library, give_up);
+        Result<json> answer = PlayAndDigest(plan, had_proc, digest, *library, give_up);
         if (!answer.ok()) EndWith(output, answer.error().message(), kFailed);
         std::string bytes;
         json::to_cbor(*answer, bytes);

@@ -34,16 +34,26 @@ Result<void> WriteNew(int directory, const char* name, const std::string& text) 
 
 }  // namespace
 
-Result<void> KeepTree(int to, bool with_proc, const BootRecord& record) {
-  unique_fd root(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
-  if (root < 0) return ErrnoError() << "cannot reach the resulting tree";
+Result<unique_fd> HoldTree() {
+  constexpr unsigned kFlags = OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE;
+  unique_fd root(open_tree(AT_FDCWD, "/", kFlags));
+  if (root < 0) return ErrnoError() << "cannot reach the tree";
+  return root;
+}
+
+Result<void> KeepTree(const unique_fd& root, int to, bool with_proc, const BootRecord& record) {
   Result<void> done = WriteNew(to, kIncompleteFile, "");
   if (!done.ok()) return done;
-  std::vector<std::string> excluded = {kStoredFile}, unreadable;
-  if (!with_proc) excluded.emplace_back("proc");
-  done = sandbox::CopyTree(root, to, excluded, &unreadable);
+  std::vector<std::string> unreadable;
+  done = sandbox::CopyTree(root, to, {kStoredFile, "proc"}, &unreadable, true);
   for (const std::string& path : unreadable) {
     fprintf(stderr, "extprop: warning: not kept, as it cannot be read: /%s\n", path.c_str());
+  }
+  if (done.ok() && with_proc) {
+    // The tree's own, which the sandbox's mount hides.
+    unique_fd top(open_tree(AT_FDCWD, "/", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+    if (top < 0) return ErrnoError() << "cannot reach its /proc";
+    done = sandbox::CopyPlace(top, to, "proc");
   }
   if (done.ok()) done = WriteNew(to, kStoredFile, StoredText(record));
   if (!done.ok()) return done;
