@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string_view>
 
 namespace extprop {
@@ -81,13 +82,19 @@ std::vector<OutgoingLink> LinksOut(const DeviceTree& tree) {
     const fs::path target = fs::read_symlink(Source(tree, path), no_link);
     if (!no_link && LeadsOut(tree, path, target)) found[path] = target;
   };
-  for (const std::string& partition : kPartitions) {
+  std::vector<std::string> places = tree.root.writable;
+  places.insert(places.end(), {"/my_company", "/my_carrier"});
+  for (const std::string& partition : kPartitions) places.push_back(PlaceOf(partition));
+  std::set<fs::path> roots;
+  for (const std::string& place : places) {
     fs::path way;
-    for (const fs::path& name : fs::path(PlaceOf(partition)).relative_path()) {
+    for (const fs::path& name : fs::path(place).relative_path()) {
       way = WithoutLinks(tree, way) / name;
       look(way);
     }
-    const fs::path root = WithoutLinks(tree, way);
+    roots.insert(WithoutLinks(tree, way));
+  }
+  for (const fs::path& root : roots) {
     const fs::path source = Source(tree, root);
     std::error_code error;
     constexpr auto kOptions = fs::directory_options::skip_permission_denied;

@@ -50,10 +50,11 @@ std::string WithoutLinks(const DeviceTree& tree, const std::string& path);
 // read.
 std::string OnWorkstation(const DeviceTree& tree, const std::string& path);
 
-// Returns the links on the way to the partitions and in them that lead out of the tree, so that on
-// the device nothing is where they lead, or something else: absolute ones whose target the
-// workstation has and the tree has not, and relative ones that climb above the tree. In the order
-// of their paths, which have no links on the way. Reads all directories of the partitions.
+// Returns the links on the way to the partitions, /my_company, /my_carrier and what the library
+// writes to (`tree.root.writable`), and in them, that lead out of the tree, so that on the device
+// nothing is where they lead, or something else: absolute ones whose target the workstation has and
+// the tree has not, and relative ones that climb above the tree. In the order of their paths, which
+// have no links on the way. Reads all directories of these places.
 std::vector<OutgoingLink> LinksOut(const DeviceTree& tree);
 
 // Returns a path on the device as the user knows it: the file in the directory that was given, or

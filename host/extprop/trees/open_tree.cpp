@@ -2,6 +2,7 @@
 
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -15,6 +16,7 @@ namespace extprop {
 namespace {
 
 namespace fs = std::filesystem;
+using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 using android::base::StringPrintf;
@@ -79,38 +81,25 @@ Result<void> AddFromImage(const std::string& name, DeviceTree* tree) {
   return IsDirectory(source) ? AddPartition(name, image, source, tree) : Result<void>();
 }
 
-bool IsWithin(const std::string& path, const std::string& directory) {
-  return android::base::StartsWith(path + "/", directory + "/");
+// Returns whether `directory`, taken as the device's "/", has a directory where properties are
+// loaded from. Links are followed as on the device.
+bool HoldsDevice(const std::string& directory) {
+  const DeviceTree tree = {directory};
+  return std::any_of(kPartitions.begin(), kPartitions.end(), [&](const std::string& partition) {
+    return IsDirectory(OnWorkstation(tree, PlaceOf(partition)));
+  });
 }
 
-// Returns the directory with a partition that `directory` is a part of, or is on the way to.
+// Returns the nearest directory above `directory` that holds a device, or "".
 std::string TreeAbove(const std::string& directory) {
   std::error_code ignored;
-  const fs::path whole = fs::canonical(directory, ignored);
-  fs::path above = whole.parent_path();
+  fs::path above = fs::canonical(directory, ignored).parent_path();
   // At most from DIR/mnt/vendor/my_product/etc up to DIR.
   for (int level = 0; level < 4 && above != above.root_path(); ++level) {
-    for (const std::string& partition : kPartitions) {
-      const std::string place = above.string() + PlaceOf(partition);
-      if ((IsWithin(place, whole) || IsWithin(whole, place)) && IsDirectory(place)) return above;
-    }
+    if (HoldsDevice(above)) return above;
     above = above.parent_path();
   }
   return "";
-}
-
-// Returns whether `directory`, taken as the device's "/", has a directory where properties are
-// loaded from. Links are followed as on the device. /my_company and /my_carrier, which some loaders
-// read, count too unless the directory is but a part of another tree, as mnt/vendor is.
-bool HoldsDevice(const std::string& directory) {
-  const DeviceTree tree = {directory};
-  const auto has = [&](const std::string& place) {
-    return IsDirectory(OnWorkstation(tree, place));
-  };
-  for (const std::string& partition : kPartitions) {
-    if (has(PlaceOf(partition))) return true;
-  }
-  return (has("/my_company") || has("/my_carrier")) && TreeAbove(directory).empty();
 }
 
 // Tells what is probably meant by a directory that does not hold a device: one that it lies in, or
@@ -138,7 +127,10 @@ std::string WhatWasProbablyMeant(const std::string& directory) {
 
 Result<DeviceTree> OpenTree(const std::string& directory,
                             const std::vector<std::string>& partitions) {
-  if (!IsDirectory(directory)) {
+  std::error_code error;
+  if (!fs::is_directory(directory, error)) {
+    if (error == std::errc::permission_denied)
+      return Error() << directory << ": " << error.message();
     return Error() << directory << ": not a directory; images are given by --partition NAME=IMAGE";
   }
   DeviceTree tree = {directory};
@@ -154,6 +146,7 @@ Result<DeviceTree> OpenTree(const std::string& directory,
     if (!added.ok()) return added.error();
   }
   if (!tree.partitions.empty() || HoldsDevice(directory)) return tree;
+  if (euidaccess(directory.c_str(), R_OK | X_OK) != 0) return ErrnoError() << directory;
   std::string meant = WhatWasProbablyMeant(directory);
   if (!meant.empty()) meant = "; probably meant: " + meant;
   return Error() << directory << ": no device's files: neither odm nor mnt/vendor/my_* is in it"

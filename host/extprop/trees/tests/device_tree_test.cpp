@@ -195,6 +195,7 @@ TEST_P(Mounts, in_the_tree_are_shown_and_state_can_be_changed_but_never_there) {
 TEST(device_tree, without_a_partition_is_an_error_that_tells_what_was_meant) {
   TempTree top;
   top.Write("dump/odm/etc/file", "");
+  top.Write("dump/data/cota/file", "");
   top.Write("dump/mnt/vendor/my_carrier/etc/file", "");
   top.Write("flat/my_product/build.prop", "");
   top.Write("only_company/my_company/etc/build.prop", "");
@@ -206,9 +207,10 @@ TEST(device_tree, without_a_partition_is_an_error_that_tells_what_was_meant) {
     return text.substr(text.rfind(": ") == std::string::npos ? 0 : text.rfind(": ") + 2);
   };
   EXPECT_EQ(told("dump"), "opened");
-  EXPECT_EQ(told("only_company"), "opened");
+  EXPECT_EQ(told("only_company"), "--partition my_company=" + top / "only_company/my_company");
   EXPECT_EQ(told("."), top / "./dump");
-  for (const char* below : {"odm", "odm/etc", "mnt", "mnt/vendor", "mnt/vendor/my_carrier/etc"}) {
+  for (const char* below :
+       {"odm", "odm/etc", "mnt", "mnt/vendor", "mnt/vendor/my_carrier/etc", "data/cota"}) {
     EXPECT_EQ(told(std::string("dump/") + below), top / "dump") << below;
   }
   EXPECT_EQ(told("flat"), "--partition my_product=" + top / "flat/my_product");
@@ -222,10 +224,16 @@ TEST(device_tree, tells_the_links_that_lead_out_of_it) {
   tree.Write("system/vendor/my_carrier/build.prop", "");
   fs::create_directory(tree / "mnt");
   const std::map<std::string, std::string> links = {
-      {"mnt/vendor", "/system/vendor"}, {"system/vendor/my_stock", "/usr/bin"},
-      {"odm/out", "/bin/sh"},           {"odm/within", "/odm/build.prop"},
-      {"odm/nowhere", "/no/such/file"}, {"odm/circle", "circle"},
-      {"odm/above", "../../file"},      {"system/vendor/my_carrier/up", "../../../file"},
+      {"mnt/vendor", "/system/vendor"},
+      {"system/vendor/my_stock", "/usr/bin"},
+      {"odm/out", "/bin/sh"},
+      {"odm/within", "/odm/build.prop"},
+      {"odm/nowhere", "/no/such/file"},
+      {"odm/circle", "circle"},
+      {"odm/above", "../../file"},
+      {"system/vendor/my_carrier/up", "../../../file"},
+      {"data", "/usr/lib"},
+      {"my_company", "/usr/bin"},
   };
   for (const auto& [path, target] : links) fs::create_symlink(target, tree / path);
   std::string found;
@@ -233,6 +241,7 @@ TEST(device_tree, tells_the_links_that_lead_out_of_it) {
     found += link.path + " -> " + link.target + "\n";
   }
   EXPECT_EQ(found,
+            "/data -> /usr/lib\n/my_company -> /usr/bin\n"
             "/odm/above -> ../../file\n/odm/out -> /bin/sh\n/system/vendor/my_stock -> /usr/bin\n");
 }
 
