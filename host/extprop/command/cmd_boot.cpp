@@ -57,8 +57,10 @@ int Boot(const Options& options) {
   BootPlan plan = OrFail(kBadInput, MakePlan(options.boot));
   unique_fd keep_fd;
   RefuseInside("--keep", options.keep, plan.tree);
-  if (!options.keep.empty()) RefuseInsideLayers(options.keep, plan.device.root);
-  if (!options.keep.empty()) keep_fd = OrFail(kBadInput, OpenKeep(options.keep));
+  if (!options.keep.empty()) {
+    RefuseInsideLayers(options.keep, plan.device.root);
+    keep_fd = OrFail(kBadInput, OpenKeep(options.keep));
+  }
   plan.keep_fd = keep_fd.get();
   RefuseInside("--save-props", options.save_props, plan.tree);
   RefuseInside("--html", options.html, plan.tree);
