@@ -112,7 +112,7 @@ bool FillsMap(const PlannedStep& step) {
 constexpr char kDone = '+';
 constexpr char kFailed = '-';
 
-// The only end of a boot's process: the boot's own, or what its watchdog makes of it.
+// The only end of a boot's process: of the boot itself, its watchdog or its terminate handler.
 [[noreturn]] void EndWith(int output, std::string text, char mark) {
   static std::mutex once;
   once.lock();

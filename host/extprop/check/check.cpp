@@ -99,7 +99,7 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   bool any = false;
   for (const PropertyLine* line : Only<PropertyLine>(boot)) {
     if (boot.property_files[line->file].path != kMountInfoFile || !Sets(*line)) continue;
-    if (line->name == "sys.cotaimg.verify" || line->name == "sys.cota.load.properties") {
+    if (line->name == kImageVerified || line->name == kImageRoot) {
       return false;
     }
     any = true;
