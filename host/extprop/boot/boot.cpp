@@ -21,10 +21,7 @@ namespace extprop {
 
 namespace {
 
-using android::base::Error;
-using android::base::Result;
 using android::base::unique_fd;
-using nlohmann::json;
 using namespace std::chrono_literals;
 
 // For the allocator of a boot's process, in bytes.

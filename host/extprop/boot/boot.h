@@ -5,13 +5,11 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-#include <nlohmann/json.hpp>
-
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/library.h"
 #include "host/extprop/boot/loaders.h"
 #include "host/extprop/trees/device_tree.h"
+#include "host/extprop/vocabulary.h"
 #include "host/sandbox/private_root.h"
 
 namespace extprop {
@@ -52,13 +50,13 @@ class StartedBoot {
   // Plays the host in a private root made from the plan's tree. A step that could not be completed
   // has its `error` set and is the record's last one. Fails if the library cannot be loaded or
   // cannot tell the lines that the plan asks for.
-  static android::base::Result<StartedBoot> Start(const BootPlan& plan, const Digest& digest);
+  static Result<StartedBoot> Start(const BootPlan& plan, const Digest& digest);
 
   // Waits for the boot and returns what the digest returned. Fails if the kernel refuses the
   // private root, the process is ended by a signal, the boot takes longer than the plan allows (the
   // error names the file that it waits for), the resulting tree cannot be kept, or the digest
   // throws. To be called once; a process that was forked since may call it in place of this one.
-  android::base::Result<nlohmann::json> Finish();
+  Result<nlohmann::json> Finish();
 
  private:
   explicit StartedBoot(sandbox::RootProcess process) : process_(std::move(process)) {}
@@ -67,7 +65,7 @@ class StartedBoot {
 };
 
 // Starts a boot and finishes it.
-android::base::Result<nlohmann::json> RunBoot(const BootPlan& plan, const Digest& digest);
+Result<nlohmann::json> RunBoot(const BootPlan& plan, const Digest& digest);
 
 // Is told why a boot is given up, on a thread of its own; has to end the process.
 using GiveUp = std::function<void(const std::string& error)>;

@@ -17,9 +17,6 @@ namespace extprop {
 
 namespace {
 
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using Texts = std::vector<std::string>;
 
 using Parse = std::function<Result<void>(const std::string& value)>;
@@ -41,7 +38,7 @@ void AddParsed(CLI::App* command, const std::string& name, const Parse& parse) {
 }
 
 Result<void> RequireAmong(const Texts& words, const std::string& word) {
-  if (std::find(words.begin(), words.end(), word) != words.end()) return {};
+  if (Has(words, word)) return {};
   return Error() << "not one of " << android::base::Join(words, ", ");
 }
 

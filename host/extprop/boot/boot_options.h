@@ -3,10 +3,9 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/carriers/carrier_choice.h"
+#include "host/extprop/vocabulary.h"
 
 namespace CLI {
 class App;
@@ -36,10 +35,10 @@ void AddCarrierOption(CLI::App* command, const std::string& name,
                       std::vector<CarrierChoice>* choices);
 
 // Parses a command line that consists of these options alone. The error is the parser's message.
-android::base::Result<BootOptions> ParseBootOptions(int argc, char** argv);
+Result<BootOptions> ParseBootOptions(int argc, char** argv);
 
 // Every error says which input is wrong, but for those of the boots that a phone's properties take.
 // Warns on the standard error stream of a carrier that the device does not know.
-android::base::Result<BootPlan> MakePlan(const BootOptions& options);
+Result<BootPlan> MakePlan(const BootOptions& options);
 
 }  // namespace extprop

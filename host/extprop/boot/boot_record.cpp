@@ -1,7 +1,6 @@
 #include "host/extprop/boot/boot_record.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace android::init {
 
@@ -20,8 +19,6 @@ NLOHMANN_JSON_SERIALIZE_ENUM(PropertyLineOutcome,
 }  // namespace android::init
 
 namespace extprop {
-
-using nlohmann::json;
 
 NLOHMANN_JSON_SERIALIZE_ENUM(Severity, {{Severity::kVerbose, "verbose"},
                                         {Severity::kDebug, "debug"},
@@ -80,10 +77,6 @@ json ToJson(const BootRecord& record) {
           {"properties", record.properties}, {"files", record.files}};
 }
 
-std::string JsonText(const json& from, int indent) {
-  return from.dump(indent, ' ', false, json::error_handler_t::replace);
-}
-
 std::size_t OutermostFile(const BootRecord& record, std::size_t file) {
   while (record.property_files[file].importer != kNoImporter) {
     file = record.property_files[file].importer;
@@ -104,9 +97,14 @@ bool Sets(const PropertyLine& line) {
          line.outcome == LineOutcome::kSameAgain;
 }
 
+std::string TitleOf(const Step& step) {
+  return (step.post ? "post " : "") + step.name +
+         (step.argument.empty() ? "" : "=" + step.argument);
+}
+
 std::string ErrorOf(const BootRecord& record) {
   for (const Step& step : record.steps) {
-    if (!step.error.empty()) return step.name + ": " + step.error;
+    if (!step.error.empty()) return TitleOf(step) + ": " + step.error;
   }
   return "";
 }

@@ -9,9 +9,8 @@
 #include <variant>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "extproperty/property_file_observer.h"
+#include "host/extprop/vocabulary.h"
 
 // What one boot did, in order. Every command of the tool answers from this record, and `--json`
 // prints it under the names of the members; docs and other programs may rely on them.
@@ -139,10 +138,7 @@ struct BootRecord {
   std::vector<FileChange> files;
 };
 
-nlohmann::json ToJson(const BootRecord& record);
-
-// Returns `json` as text, on one line where `indent` is -1; bytes that are not UTF-8 become U+FFFD.
-std::string JsonText(const nlohmann::json& json, int indent = 2);
+json ToJson(const BootRecord& record);
 
 // Returns the index of the file at the head of the imports that led to `file`: a loader's own.
 std::size_t OutermostFile(const BootRecord& record, std::size_t file);
@@ -172,6 +168,9 @@ std::vector<const What*> Only(const BootRecord& boot) {
   }
   return found;
 }
+
+// Returns such as "persist", "simswitch=simSwitchFirst" or "post boot_mount".
+std::string TitleOf(const Step& step);
 
 // Returns why the boot ended early, as "STEP: ERROR"; empty where it did not.
 std::string ErrorOf(const BootRecord& record);

@@ -11,11 +11,16 @@ namespace extprop {
 
 using android::base::EndsWith;
 
-bool IsKeyProperty(const std::string& name) {
+const KeyedDirectory* KeyedBy(const std::string& property) {
   for (const KeyedDirectory& keyed : kKeyedDirectories) {
-    if (name == keyed.property) return true;
+    if (property == keyed.property) return &keyed;
   }
-  return name == kOperatorA || name == kOperatorB || name == kBootCarrier;
+  return nullptr;
+}
+
+bool IsKeyProperty(const std::string& name) {
+  return KeyedBy(name) != nullptr || name == kOperatorA || name == kOperatorB ||
+         name == kBootCarrier;
 }
 
 const char* BareKeyProperty(const std::string& path) {

@@ -71,6 +71,9 @@ constexpr const char* kInfoFiles[] = {kMountInfoFile, kModuleInfoFile};
 constexpr const char* kImageRoot = "sys.cota.load.properties";
 constexpr const char* kImageVerified = "sys.cotaimg.verify";
 
+// Returns the kind of directory whose keys a property of that name holds, null where none.
+const KeyedDirectory* KeyedBy(const std::string& property);
+
 // Returns whether the library takes a carrier key, or a part of one, from a property of that name.
 bool IsKeyProperty(const std::string& name);
 

@@ -16,9 +16,6 @@ namespace extprop {
 
 namespace {
 
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using android::base::unique_fd;
 
 constexpr const char* kStoredFile = ".extprop-stored.prop";

@@ -33,18 +33,17 @@ void Resolve(void* library, const char* name, Symbol* symbol) {
 
 }  // namespace
 
-android::base::Result<Library> LoadLibrary(const std::string& path) {
+Result<Library> LoadLibrary(const std::string& path) {
   // The device's C library knows no other encoding. Set here, as a private root hides the locale.
   if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
-    return android::base::Error() << "the locale C.UTF-8 is missing (of the package libc-bin)";
+    return Error() << "the locale C.UTF-8 is missing (of the package libc-bin)";
   }
   const std::string name = path.empty() ? Find() : path;
   void* handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) return android::base::Error() << "cannot load the library: " << dlerror();
+  if (handle == nullptr) return Error() << "cannot load the library: " << dlerror();
   Library library = {};
   Resolve(handle, "KSSI_FETCH_IInitExtensionProperty", &library.factory);
-  if (library.factory == nullptr)
-    return android::base::Error() << name << " has no factory: " << dlerror();
+  if (library.factory == nullptr) return Error() << name << " has no factory: " << dlerror();
   Resolve(handle, "KSSI_OBSERVE_PropertyFiles", &library.KSSI_OBSERVE_PropertyFiles);
   Resolve(handle,
           "_ZN7android4init36load_properties_from_file_without_seEPKcS2_PSt3mapI" STRING

@@ -2,10 +2,9 @@
 
 #include <string>
 
-#include <android-base/result.h>
-
 #include "extproperty/init_extension_property.h"
 #include "extproperty/property_file_observer.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -23,8 +22,7 @@ struct Library {
   bool (*load_properties_from_file_without_se)(const char* path, const char* filter,
                                                PropertyMap* properties);
   bool (*IsLegalPropertyName)(const std::string& name);
-  android::base::Result<void> (*IsLegalPropertyValue)(const std::string& name,
-                                                      const std::string& value);
+  Result<void> (*IsLegalPropertyValue)(const std::string& name, const std::string& value);
   void (*load_old_nv_key)(std::string* nv_key, std::string* nv_target_key);
   void (*read_old_ssv_key)(std::string* ssv_key);
   const std::string (*ExtensionPartitionRoots)[kRootCount];
@@ -33,6 +31,6 @@ struct Library {
 // Loads the library for the rest of the process. An empty path means the one that belongs to this
 // executable, by its place, or else the one that the loader finds. The process gets init's locale,
 // in which text is UTF-8: the library judges values by it. A library without a factory is an error.
-android::base::Result<Library> LoadLibrary(const std::string& path);
+Result<Library> LoadLibrary(const std::string& path);
 
 }  // namespace extprop

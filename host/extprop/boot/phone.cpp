@@ -13,7 +13,6 @@ namespace extprop {
 
 namespace {
 
-using android::base::Result;
 using android::base::StartsWith;
 using Names = std::set<std::string>;
 

@@ -2,9 +2,8 @@
 
 #include <string>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -12,6 +11,6 @@ namespace extprop {
 // it had when the first loader ran, as far as booting tells: what it has stored, what its boot
 // loader passed on ("ro.boot."), and what nothing in the plan's boot sets or computes. `*plan` is
 // all else that is known of the device; its own properties stay. Fails as ReadPhone and RunBoot do.
-android::base::Result<void> GiveFromPhone(const std::string& file, BootPlan* plan);
+Result<void> GiveFromPhone(const std::string& file, BootPlan* plan);
 
 }  // namespace extprop

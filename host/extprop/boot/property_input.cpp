@@ -18,9 +18,6 @@ namespace extprop {
 namespace {
 
 using android::base::EndsWith;
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using android::base::StartsWith;
 
 using Lines = std::vector<std::string>;

@@ -2,9 +2,8 @@
 
 #include <string>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -18,18 +17,18 @@ namespace extprop {
 // `library`; it fails where that cannot be loaded. The parser follows no imports here, as they name
 // files of a device; a warning on the standard error stream tells of each, and of each line that is
 // no property.
-android::base::Result<void> ReadProperties(const std::string& path, const std::string& library,
-                                           Properties* properties);
+Result<void> ReadProperties(const std::string& path, const std::string& library,
+                            Properties* properties);
 
 // Anything else is an error.
-android::base::Result<void> ReadPrinted(const std::string& path, Properties* properties);
+Result<void> ReadPrinted(const std::string& path, Properties* properties);
 
 // Anything else is a text in which getprop's output stands somewhere, such as a bugreport: the
 // longest run of its lines is taken.
-android::base::Result<void> ReadPhone(const std::string& path, Properties* properties);
+Result<void> ReadPhone(const std::string& path, Properties* properties);
 
 // Adds one NAME=VALUE. An empty value stays in the map.
-android::base::Result<void> ParseAssignment(const std::string& text, Properties* properties);
+Result<void> ParseAssignment(const std::string& text, Properties* properties);
 
 // Returns what a device has stored after the boot, its "persist." properties, in the form that
 // getprop prints. Those that the boot cleared have no value, so that they replace what the first

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <tuple>
 
+#include "host/extprop/vocabulary.h"
 #include "host/platform/system_properties.h"
 
 namespace extprop {
@@ -259,7 +260,7 @@ std::string Recorder::Refusal(const std::string& name, const std::string& value)
   if (library_.IsLegalPropertyName == nullptr || library_.IsLegalPropertyValue == nullptr)
     return "";
   if (!library_.IsLegalPropertyName(name)) return "not a legal property name";
-  android::base::Result<void> legal = library_.IsLegalPropertyValue(name, value);
+  Result<void> legal = library_.IsLegalPropertyValue(name, value);
   return legal.ok() ? "" : legal.error().message();
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <deque>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -16,15 +15,7 @@ namespace extprop {
 
 namespace {
 
-using android::base::Error;
-using android::base::Result;
-using nlohmann::json;
 using Choices = std::vector<CarrierChoice>;
-
-std::string ValueOf(const Properties& properties, const std::string& name) {
-  const auto found = properties.find(name);
-  return found == properties.end() ? "" : found->second;
-}
 
 // What is to be told of a boot of `plan`.
 Endings EndingsToTell(const CarrierBoots& boots, const BootPlan& plan, const BootRecord& record) {
@@ -35,16 +26,16 @@ Endings EndingsToTell(const CarrierBoots& boots, const BootPlan& plan, const Boo
                                 std::back_inserter(differing));
   std::set<std::string> names = boots.names;
   for (const auto& [name, one] : differing) {
-    const std::string given = ValueOf(plan.properties, name);
-    const bool as_given = given == ValueOf(record.properties, name);
-    if (!as_given || given == ValueOf(boots.plan.properties, name)) names.insert(name);
+    const std::string given = ValueIn(plan.properties, name);
+    const bool as_given = given == ValueIn(record.properties, name);
+    if (!as_given || given == ValueIn(boots.plan.properties, name)) names.insert(name);
   }
   const auto parts = [](const Ending& ending) {
     return std::tie(ending.value, ending.place, ending.loader, ending.note);
   };
   Endings told;
   for (const auto& [name, ending] : EndingsOf(record, &names)) {
-    if (parts(ending) != parts(Find(boots.by_default, name))) told[name] = ending;
+    if (parts(ending) != parts(ValueIn(boots.by_default, name))) told[name] = ending;
   }
   return told;
 }
@@ -105,8 +96,7 @@ Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
 
 const Ending& EndingOf(const Endings& by_default, const CarrierOutcome& outcome,
                        const std::string& name) {
-  const auto told = outcome.endings.find(name);
-  return told == outcome.endings.end() ? Find(by_default, name) : told->second;
+  return ValueIn(outcome.endings.count(name) == 0 ? by_default : outcome.endings, name);
 }
 
 void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, unsigned jobs,
@@ -165,7 +155,7 @@ Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base,
     if (error.empty() && !outcome.error.empty()) error = key.Choice().Text() + ": " + outcome.error;
     table.columns.push_back({key, {}});
     for (const auto& [name, ending] : outcome.endings) {
-      if (ending.value == Find(by_default, name).value) continue;
+      if (ending.value == ValueIn(by_default, name).value) continue;
       table.columns.back().differences.emplace(name, ending);
     }
   };

@@ -5,12 +5,11 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/carriers/carrier_choice.h"
 #include "host/extprop/carriers/carrier_keys.h"
 #include "host/extprop/explain/compare.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -32,9 +31,8 @@ struct CarrierOutcome {
 };
 
 // Boots the plan with the base choices alone. Fails where the boot cannot be made or completed.
-android::base::Result<CarrierBoots> BootByDefault(const BootPlan& plan,
-                                                  const std::vector<CarrierChoice>& base,
-                                                  const std::set<std::string>& names = {});
+Result<CarrierBoots> BootByDefault(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                                   const std::set<std::string>& names = {});
 
 // Returns how the boot ended for a property, as by default where its outcome does not tell. Good as
 // long as both.
@@ -57,9 +55,8 @@ using TakeKey = std::function<void(const Endings& by_default, const CarrierKey& 
 // properties that have their default value from another place. Returns how the boot with `base`
 // alone ends. Fails where FindCarrierKeys or BootByDefault does; a boot with a key that fails is an
 // outcome.
-android::base::Result<Endings> BootWithKeys(const BootPlan& plan,
-                                            const std::vector<CarrierChoice>& base, unsigned jobs,
-                                            const TakeKey& take, bool every_place = false);
+Result<Endings> BootWithKeys(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                             unsigned jobs, const TakeKey& take, bool every_place = false);
 
 struct CarrierColumn {
   CarrierKey key;
@@ -75,9 +72,8 @@ struct CarrierTable {
 // Returns what BootWithKeys tells, of the properties that choose a key too where `chosen` is set.
 // Fails where that does, and where any boot cannot be made or
 // completed: a table with holes would be taken for a whole one.
-android::base::Result<CarrierTable> FillCarrierTable(const BootPlan& plan,
-                                                     const std::vector<CarrierChoice>& base,
-                                                     unsigned jobs, bool chosen);
+Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const std::vector<CarrierChoice>& base,
+                                      unsigned jobs, bool chosen);
 
 // Returns the names of the properties that differ from the default in any column.
 std::set<std::string> VaryingNames(const CarrierTable& table);

@@ -16,9 +16,6 @@ namespace extprop {
 
 namespace {
 
-using android::base::Error;
-using android::base::Result;
-
 using Keys = std::map<std::string, std::string>;  // by kind
 
 // In place of whatever is there, a link included, which the library does not follow.
@@ -106,9 +103,7 @@ void SetProperties(const Keys& keys, BootPlan* plan) {
 
 // Returns the kind of carrier whose key a property holds; of any other its name.
 std::string KindBehind(const std::string& property) {
-  for (const KeyedDirectory& keyed : kKeyedDirectories) {
-    if (property == keyed.property) return keyed.kind;
-  }
+  if (const KeyedDirectory* keyed = KeyedBy(property)) return keyed->kind;
   if (property == kOperatorA || property == kOperatorB) return "operator";
   return property == kBootCarrier ? "vmcarrier" : property;
 }
@@ -122,12 +117,11 @@ const std::vector<std::string>& CarrierKinds() {
 }
 
 Result<CarrierChoice> ParseCarrierChoice(const std::string& text) {
-  const std::vector<std::string>& kinds = CarrierKinds();
   const size_t equals = text.find('=');
   const CarrierChoice choice = {text.substr(0, equals),
                                 equals == std::string::npos ? "" : text.substr(equals + 1)};
-  if (std::find(kinds.begin(), kinds.end(), choice.kind) == kinds.end() || choice.key.empty()) {
-    return Error() << "not KIND=KEY with a kind of " << android::base::Join(kinds, ", ");
+  if (!Has(CarrierKinds(), choice.kind) || choice.key.empty()) {
+    return Error() << "not KIND=KEY with a kind of " << android::base::Join(CarrierKinds(), ", ");
   }
   if (choice.key.find_first_of(std::string("\n\0", 2)) != std::string::npos) {
     return Error() << "a key is one line";

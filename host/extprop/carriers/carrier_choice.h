@@ -3,9 +3,8 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -36,7 +35,7 @@ struct CarrierChoice {
 const std::vector<std::string>& CarrierKinds();
 
 // Parses KIND=KEY with the kind of a carrier.
-android::base::Result<CarrierChoice> ParseCarrierChoice(const std::string& text);
+Result<CarrierChoice> ParseCarrierChoice(const std::string& text);
 
 // Returns `choices` and those of `base` that can be in force beside them.
 std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
@@ -45,7 +44,7 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
 // Changes `plan` to a boot of the same device with all of `choices` in force, and whatever of the
 // device's own state contradicts them taken away; anything else stays as it is. Call it once, after
 // the plan's steps are known. The error says which choices no device has at once.
-android::base::Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
+Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
 
 // Returns the properties that the choice by itself gives other values to boot with than those of
 // `plan`.

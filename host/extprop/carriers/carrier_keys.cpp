@@ -3,7 +3,6 @@
 #include <android-base/strings.h>
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "host/extprop/boot/device_layout.h"
@@ -16,14 +15,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierKey, kind, name, target, first, source
 
 namespace {
 
-using android::base::Result;
-
 using MappedKeys = std::map<std::string, MappedKey>;
-
-MappedKey Find(const MappedKeys& keys, const std::string& key) {
-  const auto found = keys.find(key);
-  return found == keys.end() ? MappedKey() : found->second;
-}
 
 // Where in the map below the files are, beside the directories by their names.
 constexpr const char* kFiles = "etc/";
@@ -62,7 +54,7 @@ std::vector<CarrierKey> FindKeys(const Survey& survey) {
   std::set<std::string> nv_targets;
   for (const auto& [name, known] : nv_keys) {
     nv_targets.insert(known.target);
-    const MappedKey first = Find(first_keys, name), file = Find(files, known.target);
+    const MappedKey first = ValueIn(first_keys, name), file = ValueIn(files, known.target);
     CarrierKey key = {"nv", name, known.target, first.target, known.files};
     key.sources.insert(key.sources.end(), first.files.begin(), first.files.end());
     key.sources.insert(key.sources.end(), file.files.begin(), file.files.end());
@@ -70,7 +62,7 @@ std::vector<CarrierKey> FindKeys(const Survey& survey) {
     keys.push_back(std::move(key));
   }
   for (const auto& [name, known] : files) {
-    const MappedKey first = Find(first_keys, name);
+    const MappedKey first = ValueIn(first_keys, name);
     CarrierKey key = {"ssv", name, name, first.target, known.files};
     const bool may_be_any = name.find('-') == std::string::npos || !first.files.empty();
     key.listed = nv_targets.count(name) == 0 && !IsOperatorKey(name) && may_be_any;
@@ -120,7 +112,7 @@ std::string Doubt(const CarrierChoice& choice, const std::vector<CarrierKey>& ke
 template <typename Found>
 Result<Found> Ask(const BootPlan& plan, const std::function<Found(const Survey&)>& find) {
   Result<StartedBoot> survey =
-      StartSurvey(plan, [&](const Survey& found) -> nlohmann::json { return find(found); });
+      StartSurvey(plan, [&](const Survey& found) -> json { return find(found); });
   if (!survey.ok()) return survey.error();
   Result<nlohmann::json> answer = survey->Finish();
   if (!answer.ok()) return answer.error();
@@ -129,7 +121,7 @@ Result<Found> Ask(const BootPlan& plan, const std::function<Found(const Survey&)
 
 }  // namespace
 
-nlohmann::json ToJson(const CarrierKey& key) {
+json ToJson(const CarrierKey& key) {
   return {{"kind", key.kind},   {"name", key.name},       {"target", key.target},
           {"first", key.first}, {"sources", key.sources}, {"never", key.never}};
 }

@@ -4,11 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-#include <nlohmann/json_fwd.hpp>
-
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/carriers/carrier_choice.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -25,15 +23,15 @@ struct CarrierKey {
   CarrierChoice Choice() const { return {kind, name}; }
 };
 
-nlohmann::json ToJson(const CarrierKey& key);
+json ToJson(const CarrierKey& key);
 
 // Finds all carrier keys that the tree of `plan` knows. Those that are listed come in the order in
 // which the library's carrier-keyed files use their kinds, and by name. Fails as StartSurvey does.
-android::base::Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
+Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
 
 // Returns the names of the properties that are set in any file which not every boot reads, such as
 // those of carriers and what imports name. Fails as StartSurvey does.
-android::base::Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan);
+Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan);
 
 // Says of each choice that has no effect on the device why, and which keys it may have been meant
 // to be; one sentence each.

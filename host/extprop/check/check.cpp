@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -24,10 +23,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories,
                                    nv_target, legacy_mapped)
 
 namespace {
-
-using android::base::Error;
-using android::base::Result;
-using nlohmann::json;
 
 constexpr const char* kBindImage = "mount_and_check_load";
 constexpr const char* kBindModule = "module_bind_single";
@@ -64,11 +59,9 @@ CarrierFiles CarrierFilesOf(const BootPlan& plan, const Survey& survey) {
   carriers.nv_target = survey.nv_target;
   carriers.ssv = survey.ssv;
   const auto mappings = MappingsOf(survey, kFirstMapping);
-  const auto boot_carrier = plan.properties.find(kBootCarrier);
-  for (const std::string& key : {boot_carrier == plan.properties.end() ? "" : boot_carrier->second,
-                                 survey.nv.key, survey.ssv.key}) {
-    const auto mapped = mappings.find(key.c_str());
-    if (mapped != mappings.end() && !mapped->second.target.empty()) carriers.legacy_mapped = true;
+  for (const std::string& key :
+       {ValueIn(plan.properties, kBootCarrier), survey.nv.key, survey.ssv.key}) {
+    if (!ValueIn(mappings, key.c_str()).target.empty()) carriers.legacy_mapped = true;
   }
   return carriers;
 }
@@ -148,8 +141,7 @@ class BootCheck {
     }
     for (const Step& step : boot.steps) {
       if (step.error.empty()) continue;
-      const std::string argument = step.argument.empty() ? "" : "=" + step.argument;
-      findings.Add("unfinished-boot", {kBootPath}, step.name + argument + ": " + step.error);
+      findings.Add("unfinished-boot", {kBootPath}, TitleOf(step) + ": " + step.error);
     }
     for (const FileEvent* file : Only<FileEvent>(boot)) {
       if (file->error != EACCES || file->op == FileOp::kWrite) continue;

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <iterator>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
@@ -14,9 +13,6 @@ namespace {
 using android::base::EndsWith;
 using android::base::StartsWith;
 
-// The properties whose values name a carrier's directory.
-constexpr const char* kCarrierProperties[] = {kFirstKey, kCurrentKey, kChannelKey};
-
 // The state files that are upgraded from the old format, and their copies, which are not.
 constexpr const char* kUpgradedFiles[] = {kFirstFile, kCurrentFile};
 constexpr const char* kCopies[] = {kDataFirstFile, kDataCurrentFile};
@@ -24,11 +20,6 @@ constexpr const char* kCopies[] = {kDataFirstFile, kDataCurrentFile};
 bool IsStateFile(const std::string& path) {
   return StartsWith(path, "/mnt/vendor/vemrareserve/system/") ||
          StartsWith(path, "/data/system/customize/");
-}
-
-template <typename List>
-bool Has(const List& list, const std::string& text) {
-  return std::find(std::begin(list), std::end(list), text) != std::end(list);
 }
 
 // What the boot read of the file as a text, before it wrote it.
@@ -91,7 +82,7 @@ void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& reading
       }
     }
     for (const ReadingLine& read : reading.lines) {
-      if (!Sets(*read.line) || !Has(kCarrierProperties, read.line->name)) continue;
+      if (!Sets(*read.line) || KeyedBy(read.line->name) == nullptr) continue;
       CheckCarrier({reading.path, read.line->line}, read.line->value, carriers, findings);
     }
   }
@@ -120,9 +111,7 @@ void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findi
     findings->Add("unmapped-key", at,
                   "no etc/" + std::string(mapping) + " knows the key " + Quoted(key.key));
   };
-  const auto boot_carrier = boot.initial.find(kBootCarrier);
-  const LegacyKey carrier = {boot_carrier == boot.initial.end() ? "" : boot_carrier->second,
-                             kPropertiesPath};
+  const LegacyKey carrier = {ValueIn(boot.initial, kBootCarrier), kPropertiesPath};
   LegacyKey nv = carriers.nv, ssv = carriers.ssv;
   if (!CheckBareKey(nv.source, nv.key, findings)) nv.key.clear();
   // Of a property file the whole text is a key that nothing can match.

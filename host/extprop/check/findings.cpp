@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "host/extprop/boot/boot_record.h"
@@ -14,10 +13,6 @@
 namespace extprop {
 
 namespace {
-
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 
 // How often a finding is in the baseline, by path, id and message.
 using Baseline = std::map<std::tuple<std::string, std::string, std::string>, std::size_t>;
@@ -29,23 +24,19 @@ Result<Baseline> ReadBaseline(const std::string& path) {
   if (!android::base::ReadFileToString(path, &text, true))
     return ErrnoError() << "--baseline " << path;
   try {
-    const nlohmann::json document = nlohmann::json::parse(text);
-    for (const nlohmann::json& finding : document.at("findings")) {
+    const json document = json::parse(text);
+    for (const json& finding : document.at("findings")) {
       ++known[{finding.at("file"), finding.at("id"), finding.at("message")}];
     }
-  } catch (const nlohmann::json::exception&) {
+  } catch (const json::exception&) {
     return Error() << "--baseline " << path << ": not what check --json prints";
   }
   return known;
 }
 
-bool Has(const std::vector<std::string>& ids, const std::string& id) {
-  return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
 // As JSON has it, where bytes that are no UTF-8 are lost.
 std::string InJson(const std::string& text) {
-  return nlohmann::json::parse(JsonText(text));
+  return json::parse(JsonText(text));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include <android-base/result.h>
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -79,7 +79,6 @@ struct FindingSelection {
 // Takes those out of `*findings` that do not count and returns how many they were. A finding that
 // the baseline has too, by path on the device, id and message, does not count; where one has more
 // of them, as many as it has more do. The error says what is wrong with the baseline.
-android::base::Result<std::size_t> Select(const FindingSelection& selection,
-                                          std::vector<Finding>* findings);
+Result<std::size_t> Select(const FindingSelection& selection, std::vector<Finding>* findings);
 
 }  // namespace extprop

@@ -3,7 +3,6 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "host/extprop/render/terminal.h"
 
@@ -51,8 +50,8 @@ std::string CountFindings(const std::vector<Finding>& findings) {
   return android::base::Join(counts, ", ");
 }
 
-nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings) {
-  nlohmann::json list = nlohmann::json::array();
+json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings) {
+  json list = json::array();
   for (const Finding& finding : findings) {
     list.push_back({{"path", GivenPath(tree, finding.at.path)},
                     {"line", finding.at.line},

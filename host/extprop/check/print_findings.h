@@ -4,10 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "host/extprop/check/findings.h"
 #include "host/extprop/trees/device_tree.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -17,10 +16,10 @@ void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings,
 // Returns how many there are of each severity, such as "1 error, 2 warnings, 0 notes".
 std::string CountFindings(const std::vector<Finding>& findings);
 
-nlohmann::json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings);
+json FindingsJson(const DeviceTree& tree, const std::vector<Finding>& findings);
 
 // Returns a log in the Static Analysis Results Interchange Format, version 2.1.0; its paths are
 // relative to the tree's directory.
-nlohmann::json FindingsSarif(const DeviceTree& tree, const std::vector<Finding>& findings);
+json FindingsSarif(const DeviceTree& tree, const std::vector<Finding>& findings);
 
 }  // namespace extprop

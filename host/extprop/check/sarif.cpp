@@ -4,15 +4,13 @@
 #include <cctype>
 #include <cstring>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
 #include "host/extprop/check/print_findings.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
-
-using nlohmann::json;
 
 constexpr const char* kTreeBase = "DIR";
 constexpr const char* kManual = "man:extprop(1)";

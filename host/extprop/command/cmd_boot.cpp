@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "host/extprop/boot/boot.h"
@@ -13,16 +12,13 @@
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/pages.h"
 #include "host/extprop/render/render_text.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
 
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using android::base::unique_fd;
-using nlohmann::json;
 
 // Opens the directory that takes the resulting tree, made if there is none.
 Result<unique_fd> OpenKeep(const std::string& path) {

@@ -1,17 +1,15 @@
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/pages.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
-
-using nlohmann::json;
 
 std::string Head(const CarrierKey& key) {
   std::string head = key.Choice().Title();
@@ -48,7 +46,7 @@ int OneBuild(const Options& options, const BootPlan& plan) {
     }
     std::vector<Difference> differences;
     for (const auto& [name, ending] : outcome.endings) {
-      differences.push_back({name, Find(by_default, name), ending});
+      differences.push_back({name, ValueIn(by_default, name), ending});
     }
     if (options.json || options.json_lines) {
       json object = ToJson(key);

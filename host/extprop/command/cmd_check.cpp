@@ -1,19 +1,15 @@
 #include <algorithm>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "host/extprop/check/check.h"
 #include "host/extprop/check/print_findings.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
-
-bool Has(const std::vector<std::string>& texts, const std::string& text) {
-  return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
 
 // Whether one of them is as severe as `level` or more.
 bool AnyAsSevere(const std::vector<Finding>& findings, const std::string& level) {

@@ -1,18 +1,16 @@
 #include <algorithm>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/boot/property_input.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/compare.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
-
-using nlohmann::json;
 
 Endings BootSide(const BootOptions& options) {
   BootPlan plan = OrFail(kTrouble, MakePlan(options));

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <tuple>
 
 #include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/expect/expectations.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -31,7 +31,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Unmet, path, line, id, name, expected, value,
 
 namespace {
 
-using nlohmann::json;
 using Choices = std::vector<CarrierChoice>;
 
 constexpr size_t kSectionsShown = 3;
@@ -155,7 +154,7 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
   }
   if (!varying.empty()) std::cout << "\n[default]\n";
   for (const std::string& name : varying) {
-    std::cout << ExpectationLine(name, Find(table.by_default, name).value) << '\n';
+    std::cout << ExpectationLine(name, ValueIn(table.by_default, name).value) << '\n';
   }
   for (const CarrierColumn& column : table.columns) {
     const std::string title = SectionLine(column.key.Choice());

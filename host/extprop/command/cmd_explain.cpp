@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "host/extprop/boot/boot.h"
@@ -13,13 +12,11 @@
 #include "host/extprop/explain/history.h"
 #include "host/extprop/explain/unread_settings.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
-
-using android::base::Result;
-using nlohmann::json;
 
 std::string HowHandedOver(const Setting& setting) {
   std::string mode = "mode " + std::to_string(setting.mode);

@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <tuple>
 
 #include "host/extprop/carriers/carrier_boots.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/terminal.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -46,9 +46,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BuildComparison, everywhere, groups, keys, on
                                    errors)
 
 namespace {
-
-using android::base::Result;
-using nlohmann::json;
 
 // How the boots of one build end.
 struct Build {

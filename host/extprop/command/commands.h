@@ -6,11 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot_options.h"
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/check/findings.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -93,7 +92,7 @@ struct Failure : std::runtime_error {
 
 // Returns what the result holds; where that is an error, throws it as a Failure of the status.
 template <typename T>
-T OrFail(int status, android::base::Result<T> result) {
+T OrFail(int status, Result<T> result) {
   if (!result.ok()) throw Failure(status, result.error().message());
   if constexpr (!std::is_void_v<T>) return std::move(*result);
 }

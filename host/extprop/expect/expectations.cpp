@@ -9,12 +9,12 @@
 #include <sstream>
 #include <tuple>
 
+#include "host/extprop/vocabulary.h"
+
 namespace extprop {
 
 namespace {
 
-using android::base::Error;
-using android::base::Result;
 using android::base::Trim;
 
 class Reader {

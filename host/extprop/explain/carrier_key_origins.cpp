@@ -85,7 +85,7 @@ Setting CarrierKeyOrigins::Translate(const Mapping& mapping, const std::string& 
 // What a conversion makes the first key from at this moment: the line of the mapping file, with the
 // legacy key as input. Empty where no key is known that maps to one.
 Setting CarrierKeyOrigins::ConvertedFirstKey() const {
-  const Setting* winner = Winner(histories_, kBootCarrier);
+  const Setting* winner = Winner(ValueIn(histories_, kBootCarrier));
   const Origin boot_carrier = winner == nullptr ? Origin() : Origin(*winner);
   // The operator key is the SSV key where the device has no other.
   for (const Origin& legacy : {boot_carrier, nv_key_, ssv_key_, OperatorKey()}) {
@@ -98,8 +98,8 @@ Setting CarrierKeyOrigins::ConvertedFirstKey() const {
 }
 
 Origin CarrierKeyOrigins::OperatorKey() const {
-  const Setting* a = Winner(histories_, kOperatorA);
-  const Setting* b = Winner(histories_, kOperatorB);
+  const Setting* a = Winner(ValueIn(histories_, kOperatorA));
+  const Setting* b = Winner(ValueIn(histories_, kOperatorB));
   if (a == nullptr || b == nullptr) return {};
   const std::string key = LowerCased(a->value) + "-" + LowerCased(b->value);
   return {"operator key", key, "", "", {*a, *b}, {}};
@@ -108,9 +108,8 @@ Origin CarrierKeyOrigins::OperatorKey() const {
 // The setting that gave the property that value, also where another has overridden it since or init
 // refused it: the library keeps the key.
 Origin CarrierKeyOrigins::PropertyOrigin(const std::string& name, const std::string& value) const {
-  const auto history = histories_.find(name);
-  if (history == histories_.end()) return {};
-  for (auto setting = history->second.rbegin(); setting != history->second.rend(); ++setting) {
+  const History& history = ValueIn(histories_, name);
+  for (auto setting = history.rbegin(); setting != history.rend(); ++setting) {
     if (setting->value == value && setting->mode != kNotHandedOver) return *setting;
   }
   return {};

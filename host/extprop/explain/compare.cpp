@@ -1,7 +1,5 @@
 #include "host/extprop/explain/compare.h"
 
-#include <nlohmann/json.hpp>
-
 #include "host/extprop/explain/history.h"
 
 namespace extprop {
@@ -27,12 +25,6 @@ Ending EndingOf(const History& history) {
 }
 
 }  // namespace
-
-const Ending& Find(const Endings& endings, const std::string& name) {
-  static const Ending unset;
-  const auto found = endings.find(name);
-  return found == endings.end() ? unset : found->second;
-}
 
 Endings EndingsOf(const BootRecord& record, const std::set<std::string>* names) {
   const auto is_wanted = [&](const std::string& name) {
@@ -63,7 +55,7 @@ std::vector<Difference> Compare(const Endings& a, const Endings& b) {
   return differences;
 }
 
-nlohmann::json ToJson(const std::vector<Difference>& differences) {
+json ToJson(const std::vector<Difference>& differences) {
   return differences;
 }
 

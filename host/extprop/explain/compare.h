@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -24,9 +23,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Ending, value, place, loader, note)
 
 using Endings = std::map<std::string, Ending>;  // by name
 
-// Returns the ending of the property, an empty one where there is none. Good as long as `endings`.
-const Ending& Find(const Endings& endings, const std::string& name);
-
 // Returns what the boot ends with for every property that it leaves set or that anything sets. The
 // places are known for records of plans that ask for lines. Where `names` is not null, it is for
 // those properties, which takes less time; those that nothing sets are empty.
@@ -41,6 +37,6 @@ struct Difference {
 // Returns the properties that have other values in the one than in the other, by name.
 std::vector<Difference> Compare(const Endings& a, const Endings& b);
 
-nlohmann::json ToJson(const std::vector<Difference>& differences);
+json ToJson(const std::vector<Difference>& differences);
 
 }  // namespace extprop

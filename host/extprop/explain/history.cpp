@@ -17,11 +17,6 @@ namespace {
 
 using android::base::StartsWith;
 
-std::string LoaderOf(const Step& step) {
-  return (step.post ? "post " : "") + step.name +
-         (step.argument.empty() ? "" : "=" + step.argument);
-}
-
 // Returns what the map has of the name, null unless a line of it is in the history.
 HeldName* FindHeld(std::string_view name, ReadMap* map) {
   if (map == nullptr) return nullptr;
@@ -40,7 +35,7 @@ class Historian {
       if (!stored) SetByRule({name, value, "", ""}, "system property");
     }
     for (const Step& step : record.steps) {
-      loader_ = LoaderOf(step);
+      loader_ = TitleOf(step);
       if (step.post) SetByRule({kRequestProperty, step.name, "", ""}, "posted request", loader_);
       for (const Event& event : step.events)
         std::visit([&](const auto& what) { Take(what); }, event.what);
@@ -179,7 +174,7 @@ class Historian {
     for (const std::string& name : android::base::Split(names, "|")) {
       const HeldName* held = FindHeld(name, map);
       const Setting* input =
-          held == nullptr ? Winner(histories_, name) : &histories_.at(name)[held->index];
+          held == nullptr ? Winner(ValueIn(histories_, name)) : &histories_.at(name)[held->index];
       if (input != nullptr && !input->value.empty()) return input;
     }
     return nullptr;

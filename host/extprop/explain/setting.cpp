@@ -2,19 +2,17 @@
 
 #include <android-base/strings.h>
 
-#include <nlohmann/json.hpp>
-
 namespace extprop {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Origin, name, value, place, carrier, inputs, directory_order)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Setting, name, value, place, carrier, inputs, directory_order,
                                    file, line, step, loader, mode, won, why, refused)
 
-nlohmann::json ToJson(const Setting& setting) {
+json ToJson(const Setting& setting) {
   return setting;
 }
 
-nlohmann::json ToJson(const History& history) {
+json ToJson(const History& history) {
   return history;
 }
 
@@ -49,11 +47,6 @@ const Setting* Winner(const History& history) {
     if (setting.won && !setting.value.empty()) return &setting;
   }
   return nullptr;
-}
-
-const Setting* Winner(const HistoryMap& histories, const std::string& name) {
-  const auto history = histories.find(name);
-  return history == histories.end() ? nullptr : Winner(history->second);
 }
 
 std::string DependsOnOrder(const Origin& origin) {

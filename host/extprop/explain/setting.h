@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "host/extprop/boot/boot_record.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -60,12 +59,11 @@ std::string LostTo(const Setting& loser, const Setting& winner);
 
 // Returns the setting that won, null if none did or it cleared the property.
 const Setting* Winner(const History& history);
-const Setting* Winner(const HistoryMap& histories, const std::string& name);
 
 // Returns "depends on the directory's order: PLACE, PLACE" where that is so, else nothing.
 std::string DependsOnOrder(const Origin& origin);
 
-nlohmann::json ToJson(const Setting& setting);
-nlohmann::json ToJson(const History& history);
+json ToJson(const Setting& setting);
+json ToJson(const History& history);
 
 }  // namespace extprop

@@ -5,7 +5,6 @@
 #include <fnmatch.h>
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "host/extprop/boot/device_layout.h"
@@ -18,9 +17,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awa
 namespace {
 
 using android::base::Dirname;
-using android::base::Result;
 using android::base::StartsWith;
-using nlohmann::json;
 
 bool IsGlob(const std::string& pattern) {
   return pattern.find_first_of("*?[\\") != std::string::npos;
@@ -128,20 +125,17 @@ class WhatWasRead {
     if (line.awaits == "bound") {
       return "not read: no step of this boot binds the COTA image or module " + line.root;
     }
-    const auto verified = record_.properties.find(kImageVerified);
-    std::string why = "not read: no step of this boot loads the COTA image " + line.root;
-    if (verified != record_.properties.end() && verified->second == "1") return why;
-    return why + ", which is not verified";
+    const bool verified = ValueIn(record_.properties, kImageVerified) == "1";
+    return "not read: no step of this boot loads the COTA image " + line.root +
+           (verified ? "" : ", which is not verified");
   }
 
   std::string WhyNotKeyed(const std::string& kind, const std::string& key) const {
-    const auto tried = keys_.find(kind);
-    if (tried != keys_.end() && tried->second.count(key) != 0) {
-      return "not read: no step of this boot loads it";
-    }
+    const std::set<std::string>& tried = ValueIn(keys_, kind);
+    if (tried.count(key) != 0) return "not read: no step of this boot loads it";
     const std::string what = kind == "file" ? "nv, ssv or operator" : kind;
     return "not read: for " + what + " key " + key + "; this boot has " +
-           (tried == keys_.end() ? "none" : android::base::Join(tried->second, ", "));
+           (tried.empty() ? "none" : android::base::Join(tried, ", "));
   }
 
   const BootRecord& record_;

@@ -3,10 +3,9 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/boot/boot.h"
 #include "host/extprop/explain/setting.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -28,14 +27,13 @@ bool Matches(const std::string& pattern, const std::string& name);
 // Starts a search for the lines that set a property whose name matches `pattern`: in the files
 // below the partitions, images and modules and, for a name that is no glob, in the info and state
 // files. Mapping files have no properties.
-android::base::Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern);
+Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern);
 
 // Returns what the search found. To be called once.
-android::base::Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search);
+Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search);
 
 // Returns what the search finds that the boot of `record` did not read, or handed nothing of over,
 // with the reason in `why`.
-android::base::Result<std::vector<Setting>> UnreadSettings(StartedBoot* search,
-                                                           const BootRecord& record);
+Result<std::vector<Setting>> UnreadSettings(StartedBoot* search, const BootRecord& record);
 
 }  // namespace extprop

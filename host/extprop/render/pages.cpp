@@ -3,18 +3,17 @@
 #include <android-base/strings.h>
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "host/extprop/explain/history.h"
 #include "host/extprop/render/embedded.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
 namespace {
 
 using android::base::StringReplace;
-using nlohmann::json;
 
 // Packs values so that each text and each list of members is there only once; page/head.html
 // unpacks them. A text becomes its place in `texts`, a number a text, an object the place of its
@@ -134,9 +133,7 @@ void PrintCarriersCsv(const CarrierTable& table, std::ostream& out) {
   }
   out << "\r\n";
   for (const std::string& name : VaryingNames(table)) {
-    const auto ending = table.by_default.find(name);
-    const std::string by_default =
-        CsvCell(ending == table.by_default.end() ? "" : ending->second.value);
+    const std::string by_default = CsvCell(ValueIn(table.by_default, name).value);
     out << CsvCell(name) << ',' << by_default;
     for (const CarrierColumn& column : table.columns) {
       const auto found = column.differences.find(name);

@@ -69,19 +69,8 @@ bool IsDetail(const FileEvent& file) {
   return file.op != FileOp::kChown || file.error == 0;
 }
 
-template <typename T>
-std::vector<const T*> EventsOf(const BootRecord& record) {
-  std::vector<const T*> events;
-  for (const Step& step : record.steps) {
-    for (const Event& event : step.events) {
-      if (const T* what = std::get_if<T>(&event.what)) events.push_back(what);
-    }
-  }
-  return events;
-}
-
 std::vector<const MountEvent*> MountsOf(const BootRecord& record) {
-  auto mounts = EventsOf<MountEvent>(record);
+  auto mounts = Only<MountEvent>(record);
   const auto failed = [](const MountEvent* mount) { return mount->error != 0; };
   mounts.erase(std::remove_if(mounts.begin(), mounts.end(), failed), mounts.end());
   return mounts;
@@ -90,15 +79,14 @@ std::vector<const MountEvent*> MountsOf(const BootRecord& record) {
 std::string Summary(const BootRecord& record) {
   size_t replaced = 0;
   for (const auto& [name, value] : record.initial) {
-    const auto now = record.properties.find(name);
-    if (!value.empty() && (now == record.properties.end() || now->second != value)) ++replaced;
+    if (!value.empty() && ValueIn(record.properties, name) != value) ++replaced;
   }
   size_t refused = record.refused.size();
-  for (const HandOver* hand_over : EventsOf<HandOver>(record)) {
+  for (const HandOver* hand_over : Only<HandOver>(record)) {
     for (const Entry& entry : hand_over->entries) refused += entry.refused.empty() ? 0 : 1;
   }
   std::map<Severity, size_t> logged;
-  for (const LogLine* line : EventsOf<LogLine>(record)) ++logged[line->severity];
+  for (const LogLine* line : Only<LogLine>(record)) ++logged[line->severity];
   return fmt::format(
       "{}: {} before, {} after, {} of the first replaced{}; {}, {}; logged: {}, {}. "
       "--all shows the whole.",
@@ -187,8 +175,7 @@ class TextRenderer {
 
  private:
   void RenderStep(const Step& step) {
-    const std::string argument = step.argument.empty() ? "" : "=" + Visible(step.argument);
-    Heading((step.post ? "post " : "call ") + Visible(step.name) + argument);
+    Heading((step.post ? "" : "call ") + Visible(TitleOf(step)));
     for (const Event& event : step.events) {
       thread_ = event.thread;
       std::visit(*this, event.what);

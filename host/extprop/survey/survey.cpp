@@ -17,8 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using android::base::EndsWith;
-using android::base::Error;
-using android::base::Result;
 using android::base::StartsWith;
 using Directory = std::vector<fs::directory_entry>;
 using Kind = SurveyedRoot::Kind;
@@ -192,8 +190,7 @@ class Surveyor {
     for (const std::string& root : *library_.ExtensionPartitionRoots)
       walk.AddRoot(root, Kind::kPartition);
     for (const char* root : {"/my_company", "/my_carrier"}) walk.AddRoot(root, Kind::kPlace);
-    const auto image = plan_.properties.find(kImageRoot);
-    if (image != plan_.properties.end()) walk.AddRoot(image->second, Kind::kImage);
+    walk.AddRoot(ValueIn(plan_.properties, kImageRoot), Kind::kImage);
     for (const char* info : kInfoFiles) {
       for (const auto& [name, value] : ReadState(info)) {
         if (name == kImageRoot || name == kModuleRoot) walk.AddRoot(value, Kind::kWaiting);

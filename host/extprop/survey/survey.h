@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-#include <nlohmann/json.hpp>
-
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -83,6 +81,6 @@ using SurveyDigest = std::function<nlohmann::json(const Survey& survey)>;
 
 // Finds and reads the property files that the plan's device has before any boot, in a process of
 // its own. Fails as StartedBoot does; it is an error if the library does not offer its parser.
-android::base::Result<StartedBoot> StartSurvey(const BootPlan& plan, const SurveyDigest& digest);
+Result<StartedBoot> StartSurvey(const BootPlan& plan, const SurveyDigest& digest);
 
 }  // namespace extprop

@@ -8,6 +8,8 @@
 #include <set>
 #include <string_view>
 
+#include "host/extprop/vocabulary.h"
+
 namespace extprop {
 
 namespace {
@@ -52,7 +54,7 @@ bool LeadsOut(const DeviceTree& tree, const fs::path& link, const fs::path& targ
 }  // namespace
 
 std::string PlaceOf(const std::string& partition) {
-  if (std::find(kPartitions.begin(), kPartitions.end(), partition) == kPartitions.end()) return "";
+  if (!Has(kPartitions, partition)) return "";
   return partition == "odm" ? "/odm" : "/mnt/vendor/" + partition;
 }
 

@@ -25,9 +25,6 @@ namespace extprop {
 namespace {
 
 namespace fs = std::filesystem;
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using android::base::StartsWith;
 using android::base::StringPrintf;
 using android::base::unique_fd;

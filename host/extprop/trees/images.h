@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <android-base/result.h>
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -19,6 +19,6 @@ constexpr const char* kWholeImage = "image";
 // is not read: it may be of some gigabytes). The inode's time of change, unlike the time of
 // modification, nobody can set back. Errors tell what is wrong with the image or which package is
 // missing.
-android::base::Result<std::string> UnpackImage(const std::string& image);
+Result<std::string> UnpackImage(const std::string& image);
 
 }  // namespace extprop

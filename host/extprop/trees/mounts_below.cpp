@@ -16,8 +16,6 @@ namespace extprop {
 namespace {
 
 namespace fs = std::filesystem;
-using android::base::ErrnoError;
-using android::base::Result;
 using android::base::StartsWith;
 
 bool IsMountRoot(const std::string& path) {

@@ -2,8 +2,7 @@
 
 #include <string>
 
-#include <android-base/result.h>
-
+#include "host/extprop/vocabulary.h"
 #include "host/sandbox/private_root.h"
 
 namespace extprop {
@@ -13,7 +12,7 @@ namespace extprop {
 //
 // An ordinary user cannot lay an overlay over a directory that has mounts of root's below it: then
 // the directories on the way to the mounts are left to be made, and what else they hold are layers.
-android::base::Result<void> ShowWithMounts(const std::string& place, const std::string& directory,
-                                           sandbox::PrivateRootOptions* root);
+Result<void> ShowWithMounts(const std::string& place, const std::string& directory,
+                            sandbox::PrivateRootOptions* root);
 
 }  // namespace extprop

@@ -16,9 +16,6 @@ namespace extprop {
 namespace {
 
 namespace fs = std::filesystem;
-using android::base::ErrnoError;
-using android::base::Error;
-using android::base::Result;
 using android::base::StringPrintf;
 
 // What the library writes to or deletes from.

@@ -3,9 +3,8 @@
 #include <string>
 #include <vector>
 
-#include <android-base/result.h>
-
 #include "host/extprop/trees/device_tree.h"
+#include "host/extprop/vocabulary.h"
 
 namespace extprop {
 
@@ -15,7 +14,7 @@ namespace extprop {
 //
 // Every error is the user's. It is one if there is none of the partitions, and the error says then
 // which directory was probably meant.
-android::base::Result<DeviceTree> OpenTree(const std::string& directory,
-                                           const std::vector<std::string>& partitions);
+Result<DeviceTree> OpenTree(const std::string& directory,
+                            const std::vector<std::string>& partitions);
 
 }  // namespace extprop

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include <android-base/result.h>
+#include <nlohmann/json.hpp>
+
+// What all rooms of the tool speak in.
+namespace extprop {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using nlohmann::json;
+
+// Returns what a map has under the key, something empty where it has nothing. Good as long as the
+// map.
+template <typename Map>
+const typename Map::mapped_type& ValueIn(const Map& map, const typename Map::key_type& key) {
+  static const typename Map::mapped_type empty = {};
+  const auto found = map.find(key);
+  return found == map.end() ? empty : found->second;
+}
+
+// Returns whether the list has the text.
+template <typename List>
+bool Has(const List& list, const std::string& text) {
+  return std::find(std::begin(list), std::end(list), text) != std::end(list);
+}
+
+// Returns `json` as text, on one line where `indent` is -1; bytes that are not UTF-8 become U+FFFD.
+inline std::string JsonText(const json& value, int indent = 2) {
+  return value.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace extprop
