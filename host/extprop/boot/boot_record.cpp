@@ -41,7 +41,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, type, size, mode, uid, gid)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileEvent, op, path, error, existed, content, after)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MountEvent, source, target, flags, error)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertySet, name, value, old, refused)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertyLine, file, line, outcome, name, value, text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PropertyLine, file, line, outcome, name, value, text, said)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileChange, change, path, after)
 
 // NOLINTNEXTLINE(readability-identifier-naming): the name is the JSON library's
@@ -68,7 +68,7 @@ void to_json(json& object, const PropertyFile& file) {
   object = {{"path", file.path},     {"device_path", file.device_path},
             {"filter", file.filter}, {"error", file.error},
             {"step", file.step},     {"importer", outermost ? json() : json(file.importer)},
-            {"map", file.map}};
+            {"map", file.map},       {"import_line", file.import_line}};
 }
 
 json ToJson(const BootRecord& record) {

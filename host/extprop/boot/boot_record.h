@@ -94,6 +94,7 @@ struct PropertyLine {
   std::string name;   // of a property; of an import the path
   std::string value;  // of a property; of an import the filter
   std::string text;   // as it stands in the file; empty where that is NAME=VALUE
+  std::string said;   // what the library logged about an import that it did not follow
 };
 
 struct Event {
@@ -126,6 +127,7 @@ struct PropertyFile {
   std::string error;                   // why it could not be read; empty where it could
   std::size_t step = 0;                // an index into the record's steps
   std::size_t importer = kNoImporter;  // an index into the same list; none for a loader's own file
+  unsigned import_line = 0;            // of the importer
   std::size_t map = 0;                 // a number for the map that its properties went into
 };
 

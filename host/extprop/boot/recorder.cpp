@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <tuple>
 
 #include "host/extprop/vocabulary.h"
@@ -23,8 +24,16 @@ namespace {
 
 Recorder* the_recorder = nullptr;
 
-// The property files that this thread is inside of, by their places in the record.
-thread_local std::vector<size_t> inside;
+// A property file that this thread is inside of.
+struct OpenFile {
+  size_t place;       // in the record
+  unsigned line = 0;  // that was read last
+};
+thread_local std::vector<OpenFile> inside;
+
+// The step and, in it, the event of an import that was not followed, if the library's next log line
+// is about one.
+thread_local std::optional<std::pair<size_t, size_t>> refused_import;
 
 const std::map<watch::Call, FileOp> kFileOps = {{watch::Call::kMkdir, FileOp::kMkdir},
                                                 {watch::Call::kUnlink, FileOp::kUnlink},
@@ -235,7 +244,12 @@ void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
 
 void Recorder::Log(LogLine line) {
   std::lock_guard<std::mutex> guard(lock_);
-  if (!finished_ && !record_.steps.empty()) Add(std::move(line));
+  if (finished_ || record_.steps.empty()) return;
+  if (refused_import.has_value()) {
+    const auto [step, event] = *std::exchange(refused_import, std::nullopt);
+    std::get<PropertyLine>(record_.steps[step].events[event].what).said = line.message;
+  }
+  Add(std::move(line));
 }
 
 void Recorder::Receive(int mode, android::init::PropertyMap&& map) {
@@ -267,15 +281,20 @@ std::string Recorder::Refusal(const std::string& name, const std::string& value)
 void Recorder::EnterFile(std::string_view path, std::string_view filter,
                          const android::init::PropertyMap* properties) {
   std::lock_guard<std::mutex> guard(lock_);
-  if (finished_) return inside.push_back(kNoImporter);
+  if (finished_) return inside.push_back({kNoImporter});
   PropertyFile file;
   file.path = path;
   file.device_path = path_origins_.Find(file.path);
   file.filter = filter;
   file.step = record_.steps.empty() ? 0 : record_.steps.size() - 1;
-  if (!inside.empty()) file.importer = inside.back();
-  file.map = inside.empty() ? NumberOf(properties) : record_.property_files[inside.back()].map;
-  inside.push_back(record_.property_files.size());
+  if (inside.empty()) {
+    file.map = NumberOf(properties);
+  } else {
+    file.importer = inside.back().place;
+    file.import_line = inside.back().line;
+    file.map = record_.property_files[file.importer].map;
+  }
+  inside.push_back({record_.property_files.size()});
   record_.property_files.push_back(std::move(file));
 }
 
@@ -288,28 +307,31 @@ size_t Recorder::NumberOf(const android::init::PropertyMap* map) {
 
 void Recorder::LeaveFile(std::string_view error) {
   std::lock_guard<std::mutex> guard(lock_);
-  if (!finished_ && inside.back() != kNoImporter)
-    record_.property_files[inside.back()].error = error;
+  if (!finished_ && inside.back().place != kNoImporter) {
+    record_.property_files[inside.back().place].error = error;
+  }
   inside.pop_back();
 }
 
 void Recorder::ReadLine(const android::init::PropertyLine& line) {
+  inside.back().line = static_cast<unsigned>(line.number);
+  refused_import.reset();
   // One that begins with a NUL byte is blank for the library, but not for who wrote it.
   const bool hides = line.text.find('\0') != std::string_view::npos;
   if (line.outcome == LineOutcome::kBlank && !hides) return;
   std::string name(line.name);
   if (keep_line_ && !keep_line_(name)) return;
   std::lock_guard<std::mutex> guard(lock_);
-  if (finished_ || inside.back() == kNoImporter || record_.steps.empty()) return;
-  PropertyLine recorded = {inside.back(),
-                           static_cast<unsigned>(line.number),
-                           line.outcome,
-                           std::move(name),
-                           std::string(line.value),
-                           ""};
+  const auto [file, number] = inside.back();
+  if (finished_ || file == kNoImporter || record_.steps.empty()) return;
+  PropertyLine recorded = {file, number, line.outcome, std::move(name), std::string(line.value),
+                           "",   ""};
   const bool is_plain = (Sets(recorded) || line.outcome == LineOutcome::kFiltered) &&
                         line.text.size() == line.name.size() + 1 + line.value.size();
   if (!is_plain) recorded.text = line.text;
+  const bool refused = line.outcome == LineOutcome::kImportRefused ||
+                       line.outcome == LineOutcome::kImportNotExpandable;
+  if (refused) refused_import = {record_.steps.size() - 1, record_.steps.back().events.size()};
   Add(std::move(recorded));
 }
 

@@ -70,7 +70,7 @@ json CheckSurvey(const BootPlan& plan, const Library& library, const Survey& sur
   const std::vector<Reading> readings = ReadingsOf(*survey.record);
   Findings lines, others;
   for (const Reading& reading : readings) {
-    const auto file = survey.files.find(readings[reading.outermost].path);
+    const auto file = survey.files.find(readings[reading.outermost].Path());
     if (file == survey.files.end() || file->second.kind == FileKind::kState) continue;
     const bool known = file->second.kind != FileKind::kOther;
     CheckReading(reading, known ? Imports::kOutermost : Imports::kUnknown, library, &lines);
@@ -133,7 +133,7 @@ class BootCheck {
     std::set<std::string> read;
     for (const Reading& reading : readings) {
       CheckReading(reading, Imports::kOfBoot, library_, &findings);
-      read.insert(reading.path);
+      read.insert(reading.Path());
     }
     for (const Entry& entry : boot.refused) {
       findings.Add("refused-property", {kPropertiesPath},

@@ -52,12 +52,12 @@ void CheckCarrier(const Place& at, const std::string& key, const CarrierFiles& c
 }  // namespace
 
 bool IsBareKey(const Reading& reading) {
-  const std::string& path = reading.path;
+  const std::string& path = reading.Path();
   if (!Has(kUpgradedFiles, path) && !Has(kCopies, path) && path != kSimActionFile) return false;
   bool bare = false;
-  for (const ReadingLine& read : reading.lines) {
-    if (Sets(*read.line)) return false;
-    bare = bare || read.line->outcome == LineOutcome::kNoProperty;
+  for (const PropertyLine* line : reading.lines) {
+    if (Sets(*line)) return false;
+    bare = bare || line->outcome == LineOutcome::kNoProperty;
   }
   return bare;
 }
@@ -65,25 +65,25 @@ bool IsBareKey(const Reading& reading) {
 void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& readings,
                      const CarrierFiles& carriers, Findings* findings) {
   for (const Reading& reading : readings) {
-    if (!IsStateFile(reading.path)) continue;
-    if (IsBareKey(reading) && Has(kCopies, reading.path)) {
-      findings->Add("old-state-file", {reading.path, 1},
+    if (!IsStateFile(reading.Path())) continue;
+    if (IsBareKey(reading) && Has(kCopies, reading.Path())) {
+      findings->Add("old-state-file", {reading.Path(), 1},
                     "a bare key, which is ignored in this file");
     }
-    if (IsBareKey(reading) && Has(kUpgradedFiles, reading.path)) {
-      std::string key = TextOf(boot, reading.path);
-      findings->Add("old-state-file", {reading.path, 1},
+    if (IsBareKey(reading) && Has(kUpgradedFiles, reading.Path())) {
+      std::string key = TextOf(boot, reading.Path());
+      findings->Add("old-state-file", {reading.Path(), 1},
                     key.empty()
                         ? "a bare key, the old format; a boot without its property rewrites it"
                         : "a bare key, the old format; the next boot rewrites it");
-      if (key.empty()) android::base::ReadFileToString(reading.path, &key);
-      if (CheckBareKey(reading.path, key, findings)) {
-        CheckCarrier({reading.path, 1}, key, carriers, findings);
+      if (key.empty()) android::base::ReadFileToString(reading.Path(), &key);
+      if (CheckBareKey(reading.Path(), key, findings)) {
+        CheckCarrier({reading.Path(), 1}, key, carriers, findings);
       }
     }
-    for (const ReadingLine& read : reading.lines) {
-      if (!Sets(*read.line) || KeyedBy(read.line->name) == nullptr) continue;
-      CheckCarrier({reading.path, read.line->line}, read.line->value, carriers, findings);
+    for (const PropertyLine* line : reading.lines) {
+      if (!Sets(*line) || KeyedBy(line->name) == nullptr) continue;
+      CheckCarrier({reading.Path(), line->line}, line->value, carriers, findings);
     }
   }
 }
@@ -160,12 +160,11 @@ void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readi
   using Values = std::map<std::string, std::pair<std::string, Place>>;  // by name
   std::map<std::string, Values> files;                                  // by path
   for (const Reading& reading : readings) {
-    const std::string& path = readings[reading.outermost].path;
+    const std::string& path = readings[reading.outermost].Path();
     const auto file = survey.files.find(path);
     if (file == survey.files.end() || file->second.kind != FileKind::kKeyedInOrder) continue;
-    for (const ReadingLine& read : reading.lines) {
-      const PropertyLine& line = *read.line;
-      if (Sets(line)) files[path][line.name] = {line.value, {reading.path, line.line}};
+    for (const PropertyLine* line : reading.lines) {
+      if (Sets(*line)) files[path][line->name] = {line->value, {reading.Path(), line->line}};
     }
   }
   std::map<std::pair<std::string, std::string>, const Values::mapped_type*> first;

@@ -50,11 +50,11 @@ class CotaCheck {
     findings_.Add("module-directory", PlaceOf(directory), directory + what);
   }
 
-  void CheckModule(const Reading& reading) {
-    if (reading.path != kModuleInfoFile || !reading.error.empty()) return;
-    if (!Only<MountEvent>(reading.step->events).empty()) return;
+  void CheckModule(const Reading& reading, const Step& step) {
+    if (reading.Path() != kModuleInfoFile || !reading.file->error.empty()) return;
+    if (!Only<MountEvent>(step.events).empty()) return;
     findings_.Add(
-        "failed-bind", {reading.path},
+        "failed-bind", {reading.Path()},
         "it names no module to bind, which takes mount_point, module_type and bind_point");
   }
 
@@ -62,9 +62,9 @@ class CotaCheck {
   // The line of an info file that has the value; the boot where none has.
   Place PlaceOf(const std::string& value) const {
     for (const Reading& reading : readings_) {
-      if (ContentOf(reading.path) != FileContent::kInfo) continue;
-      for (const ReadingLine& read : reading.lines) {
-        if (Sets(*read.line) && read.line->value == value) return {reading.path, read.line->line};
+      if (ContentOf(reading.Path()) != FileContent::kInfo) continue;
+      for (const PropertyLine* line : reading.lines) {
+        if (Sets(*line) && line->value == value) return {reading.Path(), line->line};
       }
     }
     return {kBootPath};
@@ -80,7 +80,8 @@ void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, Fin
   CotaCheck check(readings, findings);
   for (const MountEvent* mount : Only<MountEvent>(boot)) check.CheckBind(*mount);
   for (const LogLine* log : Only<LogLine>(boot)) check.CheckDirectory(log->message);
-  for (const Reading& reading : readings) check.CheckModule(reading);
+  for (const Reading& reading : readings)
+    check.CheckModule(reading, boot.steps[reading.file->step]);
 }
 
 }  // namespace extprop

@@ -4,6 +4,8 @@
 #include <string_view>
 
 #include <map>
+#include <set>
+#include <utility>
 
 #include <android-base/strings.h>
 
@@ -33,19 +35,19 @@ class ReadingCheck {
       : reading_(reading), imports_(imports), library_(library), findings_(*findings) {}
 
   void Run() {
-    if (!reading_.error.empty()) return ReportUnread();
-    for (const ReadingLine& line : reading_.lines) CheckLine(line);
+    if (!reading_.file->error.empty()) return ReportUnread();
+    for (const PropertyLine* line : reading_.lines) CheckLine(*line);
   }
 
  private:
   void ReportUnread();
-  void CheckLine(const ReadingLine& read);
+  void CheckLine(const PropertyLine& line);
   void CheckProperty(const PropertyLine& line);
   void CheckNoProperty(const PropertyLine& line);
-  void CheckImport(const ReadingLine& read);
+  void CheckImport(const PropertyLine& line);
   void Report(const char* id, const PropertyLine& line, const std::string& message,
               const Place& other = {}) {
-    findings_.Add(id, {reading_.path, line.line}, message, other);
+    findings_.Add(id, {reading_.Path(), line.line}, message, other);
   }
 
   const Reading& reading_;
@@ -57,21 +59,20 @@ class ReadingCheck {
 
 void ReadingCheck::ReportUnread() {
   struct stat status;
-  const bool exists = lstat(reading_.path.c_str(), &status) == 0;
-  if (!exists && EndsWith(reading_.path, "/build.prop")) {
-    findings_.Add("missing-partition", {reading_.path},
+  const bool exists = lstat(reading_.Path().c_str(), &status) == 0;
+  if (!exists && EndsWith(reading_.Path(), "/build.prop")) {
+    findings_.Add("missing-partition", {reading_.Path()},
                   "there is no such file, so the partition has no build properties");
     return;
   }
   const bool is_link = exists && S_ISLNK(status.st_mode);
-  findings_.Add("unreadable-file", {reading_.path},
+  findings_.Add("unreadable-file", {reading_.Path()},
                 is_link ? "it is a symbolic link, and links to property files are not followed"
-                        : "it cannot be read: " + reading_.error,
+                        : "it cannot be read: " + reading_.file->error,
                 reading_.import);
 }
 
-void ReadingCheck::CheckLine(const ReadingLine& read) {
-  const PropertyLine& line = *read.line;
+void ReadingCheck::CheckLine(const PropertyLine& line) {
   if (line.line == 1 && StartsWith(line.text.empty() ? line.name : line.text, kByteOrderMark)) {
     return Report("byte-order-mark", line,
                   "the byte order mark \\xef\\xbb\\xbf is read as the beginning of the line");
@@ -93,20 +94,20 @@ void ReadingCheck::CheckLine(const ReadingLine& read) {
     case LineOutcome::kImportMissing:
     case LineOutcome::kImportRefused:
     case LineOutcome::kImportNotExpandable:
-      return CheckImport(read);
+      return CheckImport(line);
   }
 }
 
 void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
   const std::string text = android::base::Trim(line.text);
   // A filter is for properties, and bare keys are the state files' own matter.
-  if (!reading_.filter.empty() && StartsWith(text, "import ")) return;
+  if (!reading_.file->filter.empty() && StartsWith(text, "import ")) return;
   if (IsBareKey(reading_)) return;
   Report("not-a-property", line, Quoted(text) + " is no property, comment or import");
 }
 
 void ReadingCheck::CheckProperty(const PropertyLine& line) {
-  if (IsProperty(reading_.path, line.name)) {
+  if (IsProperty(reading_.Path(), line.name)) {
     if (!library_.IsLegalPropertyName(line.name)) {
       Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
     }
@@ -121,12 +122,11 @@ void ReadingCheck::CheckProperty(const PropertyLine& line) {
   Report("duplicate-name", line,
          Quoted(line.name) + (same ? " has this value already"
                                    : " has another value already, which this one replaces"),
-         {reading_.path, known->second->line});
+         {reading_.Path(), known->second->line});
   known->second = &line;
 }
 
-void ReadingCheck::CheckImport(const ReadingLine& read) {
-  const PropertyLine& line = *read.line;
+void ReadingCheck::CheckImport(const PropertyLine& line) {
   if (imports_ == Imports::kUnknown) return;
   // With another carrier's properties it may be another path.
   const bool depends = imports_ == Imports::kOutermost && line.text.find("${") != std::string::npos;
@@ -135,13 +135,13 @@ void ReadingCheck::CheckImport(const ReadingLine& read) {
     return;
   }
   if (line.outcome == LineOutcome::kImportNotExpandable) {
-    std::string_view reason = read.said;
+    std::string_view reason = line.said;
     if (!android::base::ConsumePrefix(&reason, "Could not expand filename ': ")) reason = line.name;
     if (!depends) Report("unexpandable-import", line, std::string(reason));
     return;
   }
   // It is logged once for each path.
-  std::string_view why = read.said;
+  std::string_view why = line.said;
   const bool known = android::base::ConsumePrefix(&why, "import refused, ") &&
                      android::base::ConsumeSuffix(&why, ": " + line.name);
   if (!known) why = "an earlier import of it was refused";
@@ -149,6 +149,30 @@ void ReadingCheck::CheckImport(const ReadingLine& read) {
 }
 
 }  // namespace
+
+std::vector<Reading> ReadingsOf(const BootRecord& record) {
+  std::vector<Reading> readings;
+  for (const PropertyFile& file : record.property_files) {
+    Reading reading = {&file, readings.size(), {}, {}};
+    if (file.importer != kNoImporter) {
+      reading.outermost = readings[file.importer].outermost;
+      reading.import = {readings[file.importer].Path(), file.import_line};
+    }
+    readings.push_back(std::move(reading));
+  }
+  std::set<std::string> written;
+  for (const Step& step : record.steps) {
+    for (const Event& event : step.events) {
+      if (const auto* file = std::get_if<FileEvent>(&event.what)) {
+        if (file->op == FileOp::kWrite && file->error == 0) written.insert(file->path);
+      } else if (const auto* line = std::get_if<PropertyLine>(&event.what)) {
+        Reading& reading = readings[line->file];
+        if (written.count(reading.file->path) == 0) reading.lines.push_back(line);
+      }
+    }
+  }
+  return readings;
+}
 
 void CheckReading(const Reading& reading, Imports imports, const Library& library,
                   Findings* findings) {
@@ -165,9 +189,9 @@ void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings
       const PropertyLine*& setter = setters[line->name];
       if (setter != nullptr && line->outcome == LineOutcome::kReplaced &&
           readings[setter->file].outermost != readings[line->file].outermost) {
-        findings->Add("partition-override", {readings[line->file].path, line->line},
+        findings->Add("partition-override", {readings[line->file].Path(), line->line},
                       Quoted(line->name) + " replaces " + Quoted(setter->value),
-                      {readings[setter->file].path, setter->line});
+                      {readings[setter->file].Path(), setter->line});
       }
       setter = line;
     }

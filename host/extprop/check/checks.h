@@ -8,12 +8,25 @@
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/library.h"
 #include "host/extprop/check/findings.h"
-#include "host/extprop/check/readings.h"
 #include "host/extprop/survey/survey.h"
 
 // The checks, a file for each group of findings. Each adds what it finds to `*findings`; `readings`
 // are those of the record.
 namespace extprop {
+
+// One reading of a property file, with the lines but of a file that the boot itself had written.
+struct Reading {
+  const PropertyFile* file = nullptr;
+  std::size_t outermost = 0;  // the reading that no import led to, in the same list
+  Place import;               // the line that led to it; no path in the outermost
+  std::vector<const PropertyLine*> lines;
+
+  const std::string& Path() const { return file->device_path; }
+};
+
+// Returns what a record says of each of its property files, in the same order. Good as long as the
+// record.
+std::vector<Reading> ReadingsOf(const BootRecord& record);
 
 // What is known of the context that a file's imports are followed in.
 enum class Imports {

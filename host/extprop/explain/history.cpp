@@ -68,7 +68,8 @@ class Historian {
     const char* property = file.op == FileOp::kRead ? BareKeyProperty(file.path) : nullptr;
     if (property == nullptr || file.content.empty() || map_ == nullptr) return;
     if (record_.property_files[outermost_].path != file.path) return;
-    bare_keys_.push_back({outermost_, 1, LineOutcome::kSet, property, file.content, file.content});
+    bare_keys_.push_back(
+        {outermost_, 1, LineOutcome::kSet, property, file.content, file.content, ""});
     Hold(bare_keys_.back());
   }
 

@@ -130,7 +130,7 @@ TEST_F(BootTest, a_step_that_cannot_be_completed_ends_the_boot) {
   const Outcome unserved =
       RunTool(Boot("--post boot_mount_bind_complete --post boot_mount --call partitions"));
   EXPECT_EQ(unserved.status, 1);
-  EXPECT_EQ(unserved.err, "extprop: boot_mount: no bind thread is there to serve it\n");
+  EXPECT_EQ(unserved.err, "extprop: post boot_mount: no bind thread is there to serve it\n");
   EXPECT_TRUE(Has(unserved.out, "boot ends here") && !Has(unserved.out, "call partitions"));
   // One that nothing is asked of any more does not keep the tool.
   EXPECT_EQ(RunTool(Boot("--call partitions --post module_bind_single_boot")).status, 0);
@@ -139,7 +139,7 @@ TEST_F(BootTest, a_step_that_cannot_be_completed_ends_the_boot) {
   EXPECT_EQ(RunTool(Boot("--call partitions --call service=update_cota_info "
                          "--set ro.vemra.customize.display.version_name=9 "
                          "--set ro.build.cota.version_name=X_U_COTA_7"))
-                .err.find("extprop: service: the library threw an exception"),
+                .err.find("extprop: service=update_cota_info: the library threw"),
             0u);
   for (const char* file : {"data/cota/cota_mount_info.prop", "odm/build.prop"}) {
     const std::string pipe = "rm " + tree_ / file + "; mkfifo " + tree_ / file + ";";
