@@ -19,6 +19,7 @@ namespace fs = std::filesystem;
 using android::base::EndsWith;
 using android::base::StartsWith;
 using Directory = std::vector<fs::directory_entry>;
+using Names = std::vector<std::string>;
 using Kind = SurveyedRoot::Kind;
 
 constexpr const char* kModuleRoot = "mount_point";
@@ -51,27 +52,13 @@ class Walk {
       if (IsBelow(path, known.path)) return;
     }
     survey_.roots.push_back({path, kind});
-    for (const fs::directory_entry& entry : List(path)) {
-      const std::string name = entry.path().filename();
-      if (name == "etc") {
-        LookIntoEtc(entry);
-      } else if (name == "properties") {
-        LookIntoProperties(entry);
-      } else {
-        LookIntoOther(entry);
-      }
-    }
+    LookInto(path, {});
   }
 
  private:
   size_t Root() const { return survey_.roots.size() - 1; }
 
-  // Nothing if it is no directory; a link to one is followed, as the library does.
-  Directory List(const fs::directory_entry& directory) {
-    std::error_code ignored;
-    return List(IsLink(directory) ? fs::canonical(directory.path(), ignored) : directory.path());
-  }
-
+  // Nothing if it is no directory.
   Directory List(const fs::path& directory) {
     std::error_code error;
     Directory entries;
@@ -86,48 +73,42 @@ class Walk {
     return entries;
   }
 
-  void LookIntoEtc(const fs::directory_entry& etc) {
-    for (const fs::directory_entry& entry : List(etc)) {
-      const std::string name = entry.path().filename();
-      if (name == kNvMapping || name == kFirstMapping) {
-        Add(entry, FileKind::kMapping);
-      } else if (!ParseKeyedPath(entry.path()).kind.empty() && !IsDirectory(entry)) {
-        Add(entry, FileKind::kKeyedFile);
+  // `way` has the names that lead from the root to the directory.
+  void LookInto(const fs::path& directory, const Names& way) {
+    for (const fs::directory_entry& entry : List(directory)) {
+      Names names = way;
+      names.push_back(entry.path().filename());
+      const bool is_directory = IsDirectory(entry);
+      const bool keyed = names[0] == "properties" && (names.size() == 2 || names.size() == 3);
+      if (keyed && is_directory) {
+        survey_.directories.push_back(
+            {entry.path(), names[1], names.size() == 3 ? names[2] : "", Root()});
+      }
+      if (!is_directory || (IsLink(entry) && !IsLookedFor(names))) {
+        Add(entry, KindOf(names));
       } else {
-        LookIntoOther(entry);
+        std::error_code ignored;
+        LookInto(IsLink(entry) ? fs::canonical(entry.path(), ignored) : entry.path(), names);
       }
     }
   }
 
-  void LookIntoProperties(const fs::directory_entry& properties) {
-    for (const fs::directory_entry& keyed : List(properties)) {
-      if (!IsDirectory(keyed)) {
-        Add(keyed, FileKind::kOther);
-        continue;
-      }
-      const std::string key = keyed.path().filename();
-      survey_.directories.push_back({keyed.path(), key, "", Root()});
-      for (const fs::directory_entry& entry : List(keyed)) LookIntoKeyed(key, entry);
-    }
+  // Whether the library looks for the directory itself, and so follows a link there.
+  static bool IsLookedFor(const Names& names) {
+    if (names.size() == 1) return names[0] == "etc" || names[0] == "properties";
+    return names[0] == "properties" &&
+           (names.size() == 2 || (names.size() == 3 && IsKeyedDirectory(names[2])));
   }
 
-  void LookIntoKeyed(const std::string& key, const fs::directory_entry& entry) {
-    if (!IsDirectory(entry)) return Add(entry, FileKind::kOther);
-    const std::string kind = entry.path().filename();
-    survey_.directories.push_back({entry.path(), key, kind, Root()});
-    if (!IsKeyedDirectory(kind)) return LookIntoOther(entry);
-    for (const fs::directory_entry& file : List(entry)) {
-      if (IsDirectory(file)) {
-        LookIntoOther(file);
-      } else {
-        Add(file, FileKind::kKeyedInOrder);
-      }
+  static FileKind KindOf(const Names& names) {
+    const std::string& name = names.back();
+    if (names.size() == 1 && name == "build.prop") return FileKind::kBuildFile;
+    if (names.size() == 2 && names[0] == "etc") {
+      if (name == kNvMapping || name == kFirstMapping) return FileKind::kMapping;
+      if (!ParseKeyedPath("/etc/" + name).kind.empty()) return FileKind::kKeyedFile;
     }
-  }
-
-  void LookIntoOther(const fs::directory_entry& place) {
-    if (IsLink(place) || !IsDirectory(place)) return Add(place, FileKind::kOther);
-    for (const fs::directory_entry& entry : List(place)) LookIntoOther(entry);
+    const bool in_keyed = names.size() == 4 && names[0] == "properties";
+    return in_keyed && IsKeyedDirectory(names[2]) ? FileKind::kKeyedInOrder : FileKind::kOther;
   }
 
   // The library reads no links; where it looks for a file, it is worth telling that one is there.
@@ -198,17 +179,15 @@ class Surveyor {
     }
     for (size_t root = 0; root < survey_.roots.size(); ++root) {
       for (const auto& [path, file] : survey_.files) {
-        if (file.kind != FileKind::kState && file.root == root && !IsOfBoot(path)) Read(path);
+        if (file.kind != FileKind::kState && file.root == root && !IsOfBoot(file)) Read(path);
       }
     }
     for (const char* state : kStateFiles) ReadState(state);
   }
 
-  bool IsOfBoot(const std::string& path) const {
-    return loads_partitions_ &&
-           std::any_of(survey_.roots.begin(), survey_.roots.end(), [&](const SurveyedRoot& root) {
-             return root.kind == Kind::kPartition && path == root.path + "/build.prop";
-           });
+  bool IsOfBoot(const SurveyedFile& file) const {
+    return loads_partitions_ && file.kind == FileKind::kBuildFile &&
+           survey_.roots[file.root].kind == Kind::kPartition;
   }
 
   android::init::PropertyMap ReadState(const std::string& path) {

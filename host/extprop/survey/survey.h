@@ -13,6 +13,7 @@ namespace extprop {
 
 // What a property file is for the library. R is a root.
 enum class FileKind {
+  kBuildFile,     // R/build.prop
   kKeyedFile,     // R/etc/build.KEY.prop
   kKeyedInOrder,  // R/properties/KEY/KIND/*.prop, which are read in the directory's order
   kMapping,       // R/etc/flags.prop and nvmap.prop
