@@ -148,7 +148,7 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
   mallopt(M_TOP_PAD, kHeapStep);
   // Nor are small pieces kept apart, which a request for a large one would have to gather again.
   mallopt(M_MXFAST, 0);
-  Recorder* recorder = Recorder::Start(plan.properties, library, plan.lines, plan.keep_line);
+  Recorder* recorder = Recorder::Start(plan, library);
   const Watchdog watchdog(plan, recorder, give_up);
   auto* service = library.factory(kLibraryName);
   bool past_partitions = false;

@@ -34,6 +34,7 @@ struct BootPlan {
   bool lines = false;  // record the lines of property files
   // Keeps the lines out of the record for whose names it returns false; null keeps all.
   std::function<bool(const std::string& name)> keep_line;
+  bool opens_fifos = true;  // as on the device, where that may take for ever; else it fails
   std::chrono::seconds timeout = std::chrono::seconds(30);
   std::string title = "the boot";  // in the message where it takes longer
   // An empty directory that receives the resulting tree (kept_tree.h); not owned, -1 for none.

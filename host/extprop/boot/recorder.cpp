@@ -9,7 +9,9 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -90,14 +92,13 @@ pid_t ThisThread() {
 
 }  // namespace
 
-Recorder::Recorder(const Library& library, const KeepLine& keep_line)
-    : host_thread_(ThisThread()), library_(library), keep_line_(keep_line) {}
+Recorder::Recorder(const BootPlan& plan, const Library& library)
+    : host_thread_(ThisThread()), plan_(plan), library_(library) {}
 
-Recorder* Recorder::Start(const Properties& initial, const Library& library, bool lines,
-                          const KeepLine& keep_line) {
-  auto* recorder = the_recorder = new Recorder(library, keep_line);
+Recorder* Recorder::Start(const BootPlan& plan, const Library& library) {
+  auto* recorder = the_recorder = new Recorder(plan, library);
   device::ClearProperties();
-  for (const auto& [name, value] : initial) {
+  for (const auto& [name, value] : plan.properties) {
     const std::string refused = recorder->Refusal(name, value);
     if (!refused.empty()) {
       recorder->record_.refused.push_back({name, value, "", refused});
@@ -119,7 +120,7 @@ Recorder* Recorder::Start(const Properties& initial, const Library& library, boo
         {SeverityOf(severity), WithoutTime(message), file == nullptr ? "" : file, line});
   });
   watch::SetObserver(recorder);
-  if (lines) library.KSSI_OBSERVE_PropertyFiles(recorder);
+  if (plan.lines) library.KSSI_OBSERVE_PropertyFiles(recorder);
   return recorder;
 }
 
@@ -189,8 +190,12 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
     existed_before = !StateOf(path).type.empty();
     if (touched_.count(path) == 0) touched_[path] = Look(path);
   }
+  std::error_code ignored;
   watch::Verdict verdict;
   verdict.as_root = call.call == watch::Call::kLchown;
+  verdict.error = ENXIO;
+  verdict.fail = !plan_.opens_fifos && call.call == watch::Call::kOpen &&
+                 std::filesystem::is_fifo(call.path, ignored);
   return verdict;
 }
 
@@ -320,7 +325,7 @@ void Recorder::ReadLine(const android::init::PropertyLine& line) {
   const bool hides = line.text.find('\0') != std::string_view::npos;
   if (line.outcome == LineOutcome::kBlank && !hides) return;
   std::string name(line.name);
-  if (keep_line_ && !keep_line_(name)) return;
+  if (plan_.keep_line && !plan_.keep_line(name)) return;
   std::lock_guard<std::mutex> guard(lock_);
   const auto [file, number] = inside.back();
   if (finished_ || file == kNoImporter || record_.steps.empty()) return;

@@ -3,7 +3,6 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -11,8 +10,7 @@
 #include <vector>
 
 #include "extproperty/init_extension_property.h"
-#include "host/extprop/boot/boot_record.h"
-#include "host/extprop/boot/library.h"
+#include "host/extprop/boot/boot.h"
 #include "host/extprop/boot/path_origins.h"
 #include "host/watch/platform_calls.h"
 
@@ -28,13 +26,11 @@ constexpr const char* kRequestProperty = "sys.cota.bind.load.properties";
 // One per process, never destroyed: the bind thread may outlive every step.
 class Recorder : public watch::Observer, public android::init::PropertyFileObserver {
  public:
-  // Sets the store to those of `initial` that init takes and does not load later, and starts to
-  // observe and log. The calling thread is the host's. `library` tells what init refuses and, if
-  // `lines` is set, the lines of property files, which it must be able to; `keep_line` is as in a
-  // BootPlan.
-  using KeepLine = std::function<bool(const std::string& name)>;
-  static Recorder* Start(const Properties& initial, const Library& library, bool lines,
-                         const KeepLine& keep_line);
+  // Sets the store to those of the plan's properties that init takes and does not load later, and
+  // starts to observe and log. The calling thread is the host's. `library` tells what init refuses
+  // and, if the plan asks for them, the lines of property files, which it must be able to. The plan
+  // is to outlive the process's boot.
+  static Recorder* Start(const BootPlan& plan, const Library& library);
 
   // Loads the stored properties, as init does after the partitions; the event belongs to the last
   // step, which there must be. Further calls do nothing.
@@ -72,7 +68,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
     std::string content;
   };
 
-  Recorder(const Library& library, const KeepLine& keep_line);
+  Recorder(const BootPlan& plan, const Library& library);
   void Add(decltype(Event::what) what);
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
   void Log(LogLine line);
@@ -86,8 +82,8 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   FileState StateOf(const std::string& path) const;
 
   pid_t host_thread_;
+  const BootPlan& plan_;
   const Library library_;
-  const KeepLine keep_line_;
   std::mutex lock_;
   bool finished_ = false;
   BootRecord record_;

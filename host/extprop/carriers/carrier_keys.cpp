@@ -20,13 +20,12 @@ using MappedKeys = std::map<std::string, MappedKey>;
 // Where in the map below the files are, beside the directories by their names.
 constexpr const char* kFiles = "etc/";
 
-// What the library reads for keys, R/etc/build.KEY.prop and R/properties/KEY/DIRECTORY, of the
-// partitions and of the image that the device boots with.
-std::map<std::string, MappedKeys> FindKeyed(const Survey& survey) {
+// What the library reads for keys, R/etc/build.KEY.prop and R/properties/KEY/DIRECTORY, of what is
+// to be bound yet or of all else.
+std::map<std::string, MappedKeys> FindKeyed(const Survey& survey, bool waiting) {
   std::map<std::string, MappedKeys> found;
   for (size_t root = 0; root < survey.roots.size(); ++root) {
-    const SurveyedRoot::Kind kind = survey.roots[root].kind;
-    if (kind != SurveyedRoot::Kind::kPartition && kind != SurveyedRoot::Kind::kImage) continue;
+    if ((survey.roots[root].kind == SurveyedRoot::Kind::kWaiting) != waiting) continue;
     for (const auto& [path, file] : survey.files) {
       const KeyedPath keyed = ParseKeyedPath(path);
       const bool counts = file.root == root && keyed.kind == "file";
@@ -42,13 +41,19 @@ std::map<std::string, MappedKeys> FindKeyed(const Survey& survey) {
 std::vector<CarrierKey> FindKeys(const Survey& survey) {
   const MappedKeys nv_keys = MappingsOf(survey, kNvMapping);
   const MappedKeys first_keys = MappingsOf(survey, kFirstMapping);
-  std::map<std::string, MappedKeys> found = FindKeyed(survey);
+  std::map<std::string, MappedKeys> found = FindKeyed(survey, false);
+  std::map<std::string, MappedKeys> waiting = FindKeyed(survey, true);
   const MappedKeys& files = found[kFiles];
   std::vector<CarrierKey> keys;
 
   for (const KeyedDirectory& keyed : kKeyedDirectories) {
     for (const auto& [name, known] : found[keyed.directory]) {
       keys.push_back({keyed.kind, name, name, "", known.files});
+      const bool is_trimmed = android::base::Trim(name) == name;
+      if (!is_trimmed) keys.back().never = "a blank at its end, which no property file keeps";
+    }
+    for (const auto& [name, known] : waiting[keyed.directory]) {
+      keys.push_back({keyed.kind, name, name, "", known.files, "", false});
     }
   }
   std::set<std::string> nv_targets;
@@ -74,12 +79,18 @@ std::vector<CarrierKey> FindKeys(const Survey& survey) {
     keys.back().listed = nv_targets.count(name) == 0;
   }
   for (const auto& [name, known] : first_keys) {
-    const bool is_other = nv_keys.count(name) != 0 || files.count(name) != 0;
+    const bool is_nv = nv_keys.count(name) != 0 && name.size() <= kNvKeySize;
+    const bool is_other = is_nv || files.count(name) != 0;
     keys.push_back({"vmcarrier", name, name, known.target, known.files});
     keys.back().listed = !is_other;
     // Of the others nothing tells which kind they are.
     if (name.size() <= kNvKeySize) keys.push_back({"nv", name, "", "", {}, "", false});
     keys.push_back({"ssv", name, name, "", {}, "", false});
+  }
+  for (const auto& [name, known] : waiting[kFiles]) {
+    for (const char* kind : {"ssv", "operator"}) {
+      keys.push_back({kind, name, name, "", known.files, "", false});
+    }
   }
   return keys;
 }

@@ -49,7 +49,9 @@ class Walk {
     // What is mounted at /proc is this machine's.
     if (!StartsWith(path, "/") || path == "/" || IsBelow(path, "/proc")) return;
     for (const SurveyedRoot& known : survey_.roots) {
-      if (IsBelow(path, known.path)) return;
+      // An image or module may lie in a partition.
+      const bool own = kind == Kind::kImage || kind == Kind::kWaiting;
+      if (own ? path == known.path : IsBelow(path, known.path)) return;
     }
     survey_.roots.push_back({path, kind});
     LookInto(path, {});
@@ -116,7 +118,9 @@ class Walk {
     std::error_code ignored;
     if (!EndsWith(entry.path().native(), ".prop")) return;
     if (IsLink(entry) ? kind != FileKind::kOther : entry.is_regular_file(ignored)) {
-      survey_.files.try_emplace(entry.path(), SurveyedFile{kind, Root()});
+      const SurveyedFile file = {kind, Root()};
+      const auto [known, is_new] = survey_.files.try_emplace(entry.path(), file);
+      if (!is_new && kind != FileKind::kOther) known->second = file;
     } else if (!IsLink(entry) && !IsDirectory(entry)) {
       survey_.unreadable[entry.path()] = "no file: a boot that reads it may wait for ever";
     }
@@ -152,6 +156,7 @@ class Surveyor {
     plan_.title = "the reading of all property files";
     plan_.steps = {{&nv_key, ""}, {&ssv_key, ""}, {&files, ""}};
     plan_.lines = true;
+    plan_.opens_fifos = false;
     plan_.keep_fd = -1;
     return StartedBoot::Start(plan_, [&](const BootRecord& record) {
       survey_.record = &record;
