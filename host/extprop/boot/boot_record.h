@@ -61,11 +61,12 @@ enum class FileOp { kRead, kWrite, kMkdir, kUnlink, kChown, kAccess, kList };
 
 struct FileEvent {
   FileOp op = FileOp::kRead;
-  std::string path;
-  int error = 0;         // errno; 0 where it succeeded
-  bool existed = false;  // whether something was there before a kWrite
-  std::string content;   // the first bytes of what was read for its text, not for its properties
-  FileState after;       // at the end of the step, for kWrite, kMkdir and kChown
+  std::string path;         // as the library named it
+  std::string device_path;  // where the device's files have it; of what changes files, else empty
+  int error = 0;            // errno; 0 where it succeeded
+  bool existed = false;     // whether something was there before a kWrite
+  std::string content;      // the first bytes of what was read for its text, not for its properties
+  FileState after;          // at the end of the step, for kWrite, kMkdir and kChown
 };
 
 struct MountEvent {

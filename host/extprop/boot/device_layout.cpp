@@ -10,6 +10,7 @@
 namespace extprop {
 
 using android::base::EndsWith;
+using android::base::StartsWith;
 
 const KeyedDirectory* KeyedBy(const std::string& property) {
   for (const KeyedDirectory& keyed : kKeyedDirectories) {
@@ -59,6 +60,14 @@ FileContent ContentOf(const std::string& path) {
   const bool mapping = EndsWith(path, std::string("/etc/") + kNvMapping) ||
                        EndsWith(path, std::string("/etc/") + kFirstMapping);
   return mapping ? FileContent::kMapping : FileContent::kProperties;
+}
+
+bool IsForwarded(const std::string& name) {
+  return StartsWith(name, "sys.") || StartsWith(name, "ro.");
+}
+
+bool IsInfoProperty(const std::string& name) {
+  return IsForwarded(name) || StartsWith(name, "persist.") || StartsWith(name, "persisit.");
 }
 
 std::string LowerCased(std::string text) {

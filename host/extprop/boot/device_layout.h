@@ -91,6 +91,12 @@ struct KeyedPath {
 };
 KeyedPath ParseKeyedPath(const std::string& path);
 
+// Returns whether an info file's line of that name is a property that every step forwards.
+bool IsForwarded(const std::string& name);
+// Returns whether it is any property; all others are the file's own keys. "persisit." is the
+// contract's spelling.
+bool IsInfoProperty(const std::string& name);
+
 // What the lines of a file are that the library reads by itself, not for an import: properties, of
 // which an info file holds some among keys of its own, or mappings of keys.
 enum class FileContent { kProperties, kInfo, kMapping };

@@ -52,8 +52,6 @@ Result<Library> LoadLibrary(const std::string& path) {
   Resolve(handle, "_ZN7android4init19IsLegalPropertyNameERK" STRING, &library.IsLegalPropertyName);
   Resolve(handle, "_ZN7android4init20IsLegalPropertyValueERK" STRING "S8_",
           &library.IsLegalPropertyValue);
-  Resolve(handle, "_ZN7android4init15load_old_nv_keyEP" STRING "S7_", &library.load_old_nv_key);
-  Resolve(handle, "_ZN7android4init16read_old_ssv_keyEP" STRING, &library.read_old_ssv_key);
   Resolve(handle, "_ZN7android4init23ExtensionPartitionRootsB5cxx11E",
           &library.ExtensionPartitionRoots);
   setlocale(LC_CTYPE, "C.UTF-8");

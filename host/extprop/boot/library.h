@@ -23,8 +23,6 @@ struct Library {
                                                PropertyMap* properties);
   bool (*IsLegalPropertyName)(const std::string& name);
   Result<void> (*IsLegalPropertyValue)(const std::string& name, const std::string& value);
-  void (*load_old_nv_key)(std::string* nv_key, std::string* nv_target_key);
-  void (*read_old_ssv_key)(std::string* ssv_key);
   const std::string (*ExtensionPartitionRoots)[kRootCount];
 };
 

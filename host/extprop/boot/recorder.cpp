@@ -241,7 +241,8 @@ void Recorder::Add(decltype(Event::what) what) {
 void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
   FileEvent event;
   event.op = op;
-  event.path = PathOf(call);
+  event.path = call.path;
+  if (Changes(call)) event.device_path = PathOf(call);
   event.error = error;
   event.existed = Changes(call) && existed_before;
   Add(event);
@@ -347,7 +348,7 @@ void Recorder::CloseStep() {
     auto* file = std::get_if<FileEvent>(&event.what);
     if (file == nullptr) continue;
     if (file->op == FileOp::kWrite || file->op == FileOp::kMkdir || file->op == FileOp::kChown) {
-      file->after = StateOf(file->path);
+      file->after = StateOf(file->device_path);
     }
   }
 }

@@ -50,7 +50,7 @@ std::vector<CarrierKey> FindKeys(const Survey& survey) {
     for (const auto& [name, known] : found[keyed.directory]) {
       keys.push_back({keyed.kind, name, name, "", known.files});
       const bool is_trimmed = android::base::Trim(name) == name;
-      if (!is_trimmed) keys.back().never = "a blank at its end, which no property file keeps";
+      if (!is_trimmed) keys.back().never = "white space at its ends, which no property file keeps";
     }
     for (const auto& [name, known] : waiting[keyed.directory]) {
       keys.push_back({keyed.kind, name, name, "", known.files, "", false});

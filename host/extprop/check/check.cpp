@@ -1,6 +1,6 @@
 #include "host/extprop/check/check.h"
 
-#include <android-base/file.h>
+#include <android-base/strings.h>
 
 #include <cerrno>
 #include <cstring>
@@ -17,26 +17,24 @@ namespace extprop {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Place, path, line)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Finding, at, id, message, other)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LegacyKey, key, source)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MappedKey, target, files)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles::Mapping, file, at, key, target)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories, mappings, nv, ssv,
-                                   nv_target, legacy_mapped)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories, mappings, nv_keys,
+                                   first_keys)
 
 namespace {
 
-constexpr const char* kBindImage = "mount_and_check_load";
-constexpr const char* kBindModule = "module_bind_single";
-constexpr const char* kMakeDirectories = "bind_basic_point";
+using android::base::StartsWith;
 
-// What a survey leaves for the check of a boot, which knows which lines need no further look.
+// What a survey leaves for the check of a boot, which knows which files need no further look.
 struct Surveyed {
-  std::vector<Finding> lines;  // about lines that a boot may have read itself
+  std::vector<Finding> files;  // about files that a boot may have read itself
   std::vector<Finding> others;
   CarrierFiles carriers;
 };
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Surveyed, lines, others, carriers)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Surveyed, files, others, carriers)
 
-CarrierFiles CarrierFilesOf(const BootPlan& plan, const Survey& survey) {
+CarrierFiles CarrierFilesOf(const Survey& survey) {
   CarrierFiles carriers;
   for (const auto& [path, file] : survey.files) {
     if (file.kind == FileKind::kKeyedFile) {
@@ -46,45 +44,49 @@ CarrierFiles CarrierFilesOf(const BootPlan& plan, const Survey& survey) {
   for (const SurveyedDirectory& directory : survey.directories) {
     carriers.keyed_directories.insert(directory.key);
   }
-  for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
-    const auto& files = survey.record->property_files;
-    const std::string& outermost = files[OutermostFile(*survey.record, line->file)].device_path;
-    if (ContentOf(outermost) != FileContent::kMapping || !Sets(*line)) continue;
-    carriers.mappings.push_back({android::base::Basename(outermost),
-                                 {files[line->file].device_path, line->line},
-                                 line->name,
-                                 line->value});
+  for (const MappingLine& each : MappingLinesOf(survey)) {
+    const std::string& path = survey.record->property_files[each.line->file].device_path;
+    carriers.mappings.push_back(
+        {each.file, {path, each.line->line}, each.line->name, each.line->value});
   }
-  carriers.nv = survey.nv;
-  carriers.nv_target = survey.nv_target;
-  carriers.ssv = survey.ssv;
-  const auto mappings = MappingsOf(survey, kFirstMapping);
-  for (const std::string& key :
-       {ValueIn(plan.properties, kBootCarrier), survey.nv.key, survey.ssv.key}) {
-    if (!ValueIn(mappings, key.c_str()).target.empty()) carriers.legacy_mapped = true;
-  }
+  carriers.nv_keys = MappingsOf(survey, kNvMapping);
+  carriers.first_keys = MappingsOf(survey, kFirstMapping);
   return carriers;
 }
 
-json CheckSurvey(const BootPlan& plan, const Library& library, const Survey& survey) {
+json CheckSurvey(const Library& library, const Survey& survey) {
   const std::vector<Reading> readings = ReadingsOf(*survey.record);
-  Findings lines, others;
+  Findings files, others;
+  std::set<std::string> imported;
   for (const Reading& reading : readings) {
     const auto file = survey.files.find(readings[reading.outermost].Path());
     if (file == survey.files.end() || file->second.kind == FileKind::kState) continue;
+    if (!reading.import.path.empty()) imported.insert(reading.Path());
     const bool known = file->second.kind != FileKind::kOther;
-    CheckReading(reading, known ? Imports::kOutermost : Imports::kUnknown, library, &lines);
+    CheckReading(reading, known ? Imports::kOutermost : Imports::kUnknown, library, &files);
   }
-  CheckDirectoryOrder(survey, readings, &others);
+  CheckSetAgain(*survey.record, false, &files);
+  CheckDirectoryOrder(survey, &others);
   for (const auto& [path, error] : survey.unreadable) {
     others.Add("unreadable-file", {path}, error);
   }
+  std::vector<std::string> unreachable;
   for (const SurveyedDirectory& directory : survey.directories) {
     if (directory.kind.empty() || IsKeyedDirectory(directory.kind)) continue;
+    unreachable.push_back(directory.path + "/");
     others.Add("unreachable-directory", {directory.path},
                "it is never looked into for the key " + Quoted(directory.key));
   }
-  return Surveyed{lines.Sorted(), others.Sorted(), CarrierFilesOf(plan, survey)};
+  for (const auto& [path, file] : survey.files) {
+    const auto holds = [&](const std::string& directory) { return StartsWith(path, directory); };
+    if (file.kind != FileKind::kOther || imported.count(path) != 0) continue;
+    if (!holds(survey.roots[file.root].path + "/properties/")) continue;
+    if (std::any_of(unreachable.begin(), unreachable.end(), holds)) continue;
+    files.Add("unreached-file", {path},
+              "no key leads here: a carrier's files lie in properties/KEY/KIND, and nothing that "
+              "is known imports it");
+  }
+  return Surveyed{files.Sorted(), others.Sorted(), CarrierFilesOf(survey)};
 }
 
 // The mount info file is either an image's or that of the modules' directories.
@@ -92,96 +94,59 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   bool any = false;
   for (const PropertyLine* line : Only<PropertyLine>(boot)) {
     if (boot.property_files[line->file].path != kMountInfoFile || !Sets(*line)) continue;
-    if (line->name == kImageVerified || line->name == kImageRoot) {
-      return false;
-    }
-    any = true;
+    if (line->name == kImageVerified || line->name == kImageRoot) return false;
+    any = any || !IsForwarded(line->name);
   }
   return any;
 }
 
-// What a boot leaves to be told, and whether the mount info file has to be served by another.
-struct Booted {
-  std::vector<Finding> findings;
-  bool names_module_directories = false;
-};
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Booted, findings, names_module_directories)
-
-class BootCheck {
- public:
-  BootCheck(const BootPlan& plan, const Library& library, bool overrides)
-      : plan_(plan), library_(library), overrides_(overrides) {
-    plan_.lines = true;
+// What the boot could not open or reach, but for property files, of which the readings tell.
+void CheckAccess(const BootRecord& boot, const std::set<std::string>& read, Findings* findings) {
+  for (const FileEvent* file : Only<FileEvent>(boot)) {
+    const bool opens = file->op == FileOp::kRead && file->error != ENOENT;
+    const bool reaches = file->op != FileOp::kWrite && file->error == EACCES;
+    if (file->error == 0 || !(opens || reaches) || read.count(file->path) != 0) continue;
+    std::string why = std::string(opens ? "it cannot be read: " : "it cannot be reached: ") +
+                      strerror(file->error);
+    if (file->error == ELOOP) why = kIsLink;
+    findings->Add("unreadable-file", {file->path}, why);
   }
+}
 
-  // Starts a boot with the COTA service's commands in the end, for what info files are left. Its
-  // answer is Booted.
-  Result<StartedBoot> Start(const std::vector<const char*>& commands, StartedBoot* survey) const {
-    BootPlan plan = plan_;
-    for (const char* command : commands) {
-      plan.steps.push_back({FindLoader("service", true), command});
-    }
-    return StartedBoot::Start(plan, [&](const BootRecord& boot) -> json {
-      return Booted{Check(boot, survey), NamesModuleDirectories(boot)};
-    });
+std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, bool overrides,
+                               const BootRecord& boot, StartedBoot* survey) {
+  Findings findings;
+  const std::vector<Reading> readings = ReadingsOf(boot);
+  std::set<std::string> read;
+  for (const Reading& reading : readings) {
+    CheckReading(reading, Imports::kOfBoot, library, &findings);
+    read.insert(reading.Path());
   }
-
- private:
-  std::vector<Finding> Check(const BootRecord& boot, StartedBoot* survey) const {
-    Findings findings;
-    const std::vector<Reading> readings = ReadingsOf(boot);
-    std::set<std::string> read;
-    for (const Reading& reading : readings) {
-      CheckReading(reading, Imports::kOfBoot, library_, &findings);
-      read.insert(reading.Path());
-    }
-    for (const Entry& entry : boot.refused) {
-      findings.Add("refused-property", {kPropertiesPath},
-                   "init refuses " + Quoted(entry.name) + ": " + entry.refused);
-    }
-    for (const Step& step : boot.steps) {
-      if (step.error.empty()) continue;
-      findings.Add("unfinished-boot", {kBootPath}, TitleOf(step) + ": " + step.error);
-    }
-    for (const FileEvent* file : Only<FileEvent>(boot)) {
-      if (file->error != EACCES || file->op == FileOp::kWrite) continue;
-      findings.Add("unreadable-file", {file->path},
-                   std::string("it cannot be reached: ") + strerror(EACCES));
-    }
-    CheckCota(boot, readings, &findings);
-    if (overrides_) CheckOverrides(boot, readings, &findings);
-    if (survey == nullptr) return findings.Sorted();
-
-    Result<json> answer = survey->Finish();
-    if (!answer.ok()) throw std::runtime_error(answer.error().message());
-    const auto surveyed = answer->get<Surveyed>();
-    for (const Finding& finding : surveyed.lines) {
-      if (read.count(finding.at.path) == 0) findings.Add(finding);
-    }
-    for (const Finding& finding : surveyed.others) findings.Add(finding);
-    CheckMappings(surveyed.carriers, &findings);
-    CheckReach(surveyed.carriers, read, &findings);
-    // A carrier that was asked for has keys that are not the user's.
-    if (!plan_.prepare) {
-      CheckStateFiles(boot, readings, surveyed.carriers, &findings);
-      CheckLegacyKeys(boot, surveyed.carriers, &findings);
-    }
-    return findings.Sorted();
+  CheckSetAgain(boot, overrides, &findings);
+  CheckAccess(boot, read, &findings);
+  CheckCota(boot, &findings);
+  for (const Entry& entry : boot.refused) {
+    findings.Add("refused-property", {kPropertiesPath},
+                 "init refuses " + Quoted(entry.name) + ": " + entry.refused);
   }
+  const std::string error = ErrorOf(boot);
+  if (!error.empty()) findings.Add("unfinished-boot", {kBootPath}, error);
 
-  BootPlan plan_;
-  const Library& library_;
-  const bool overrides_;
-};
-
-// Adds the findings of a boot, and returns whether the mount info file remains to be served.
-Result<bool> Finish(Result<StartedBoot> boot, Findings* findings) {
-  if (!boot.ok()) return boot.error();
-  Result<json> answer = boot->Finish();
-  if (!answer.ok()) return answer.error();
-  const auto booted = answer->get<Booted>();
-  for (const Finding& finding : booted.findings) findings->Add(finding);
-  return booted.names_module_directories;
+  Result<json> answer = survey->Finish();
+  if (!answer.ok()) throw std::runtime_error(answer.error().message());
+  const auto surveyed = answer->get<Surveyed>();
+  for (const Finding& finding : surveyed.files) {
+    if (read.count(finding.at.path) == 0) findings.Add(finding);
+  }
+  for (const Finding& finding : surveyed.others) findings.Add(finding);
+  CheckMappings(surveyed.carriers, &findings);
+  CheckReach(surveyed.carriers, read, &findings);
+  // A carrier that was asked for has keys that are not the user's.
+  if (!plan.prepare) {
+    CheckStateFiles(boot, readings, surveyed.carriers, &findings);
+    CheckLegacyKeys(boot, surveyed.carriers, &findings);
+  }
+  return findings.Sorted();
 }
 
 }  // namespace
@@ -194,21 +159,31 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
   }
   // The files that no boot has to tell of are read while it goes on.
   Result<StartedBoot> survey =
-      StartSurvey(plan, [&](const Survey& found) { return CheckSurvey(plan, *library, found); });
+      StartSurvey(plan, [&](const Survey& found) { return CheckSurvey(*library, found); });
   if (!survey.ok()) return survey.error();
-  const BootCheck check(plan, *library, overrides);
-  Result<StartedBoot> boot = check.Start({kBindImage, kBindModule}, &*survey);
-  Findings findings;
+  Findings links;
   for (const OutgoingLink& link : LinksOut(plan.device)) {
-    findings.Add("outgoing-link", {link.path},
-                 "it leads to " + link.target + ", outside the device's files");
+    links.Add("outgoing-link", {link.path},
+              "it leads to " + link.target + ", outside the device's files");
   }
-  Result<bool> remains = Finish(std::move(boot), &findings);
-  if (remains.ok() && *remains) {
-    remains = Finish(check.Start({kMakeDirectories}, nullptr), &findings);
+  // What info files are left the COTA service's commands are for. Of the mount info file's it takes
+  // a boot to tell which.
+  for (const char* command : {"mount_and_check_load", "bind_basic_point"}) {
+    BootPlan with_cota = plan;
+    with_cota.lines = true;
+    with_cota.steps.push_back({FindLoader("service", true), command});
+    with_cota.steps.push_back({FindLoader("service", true), "module_bind_single"});
+    const bool is_last = command == std::string("bind_basic_point");
+    Result<json> answer = RunBoot(with_cota, [&](const BootRecord& boot) -> json {
+      if (!is_last && NamesModuleDirectories(boot)) return nullptr;
+      return CheckBoot(plan, *library, overrides, boot, &*survey);
+    });
+    if (!answer.ok()) return answer.error();
+    if (answer->is_null()) continue;
+    for (const json& found : *answer) links.Add(found.get<Finding>());
+    break;
   }
-  if (!remains.ok()) return remains.error();
-  return findings.Sorted();
+  return links.Sorted();
 }
 
 }  // namespace extprop

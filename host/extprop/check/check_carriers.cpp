@@ -5,6 +5,7 @@
 
 #include "host/extprop/boot/device_layout.h"
 #include "host/extprop/check/checks.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
@@ -13,8 +14,7 @@ namespace {
 using android::base::EndsWith;
 using android::base::StartsWith;
 
-// The state files that are upgraded from the old format, and their copies, which are not.
-constexpr const char* kUpgradedFiles[] = {kFirstFile, kCurrentFile};
+// The copies of state files, which are not upgraded from the old format.
 constexpr const char* kCopies[] = {kDataFirstFile, kDataCurrentFile};
 
 bool IsStateFile(const std::string& path) {
@@ -22,7 +22,7 @@ bool IsStateFile(const std::string& path) {
          StartsWith(path, "/data/system/customize/");
 }
 
-// What the boot read of the file as a text, before it wrote it.
+// What the boot read of the file as a text, before it wrote it; empty where it did not.
 std::string TextOf(const BootRecord& boot, const std::string& path) {
   for (const FileEvent* file : Only<FileEvent>(boot)) {
     if (file->op == FileOp::kRead && file->path == path && !file->content.empty()) {
@@ -46,14 +46,34 @@ bool CheckBareKey(const std::string& path, const std::string& key, Findings* fin
 void CheckCarrier(const Place& at, const std::string& key, const CarrierFiles& carriers,
                   Findings* findings) {
   if (key.empty() || carriers.keyed_directories.count(key) != 0) return;
-  findings->Add("unknown-carrier", at, "no partition has a directory properties/" + key);
+  findings->Add("unknown-carrier", at,
+                "no partition has a directory properties/" + WithoutInvisible(key));
+}
+
+// Checks a state file whose whole text is a key where it does not set the property.
+void CheckUpgraded(const BootRecord& boot, const Reading& reading, const CarrierFiles& carriers,
+                   Findings* findings) {
+  const std::string& path = reading.Path();
+  std::string key = TextOf(boot, reading.file->path);
+  const bool rewritten = !key.empty();
+  if (!rewritten) android::base::ReadFileToString(path, &key);
+  if (key.empty()) {
+    return findings->Add("old-state-file", {path},
+                         "it names no carrier; while it is there, none is taken from elsewhere");
+  }
+  findings->Add("old-state-file", {path, 1},
+                rewritten ? "a bare key, the old format; the next boot rewrites it"
+                          : "a bare key, the old format; a boot without its property rewrites it");
+  if (CheckBareKey(path, key, findings)) CheckCarrier({path, 1}, key, carriers, findings);
 }
 
 }  // namespace
 
 bool IsBareKey(const Reading& reading) {
-  const std::string& path = reading.Path();
-  if (!Has(kUpgradedFiles, path) && !Has(kCopies, path) && path != kSimActionFile) return false;
+  const std::string& path = reading.file->path;
+  if (BareKeyProperty(path) == nullptr && !Has(kCopies, path) && path != kSimActionFile) {
+    return false;
+  }
   bool bare = false;
   for (const PropertyLine* line : reading.lines) {
     if (Sets(*line)) return false;
@@ -64,26 +84,30 @@ bool IsBareKey(const Reading& reading) {
 
 void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& readings,
                      const CarrierFiles& carriers, Findings* findings) {
+  std::set<std::string> written;  // by the boot, for its own use
+  for (const FileEvent* file : Only<FileEvent>(boot)) {
+    if (file->op == FileOp::kWrite && !file->existed) written.insert(file->path);
+  }
   for (const Reading& reading : readings) {
-    if (!IsStateFile(reading.Path())) continue;
-    if (IsBareKey(reading) && Has(kCopies, reading.Path())) {
-      findings->Add("old-state-file", {reading.Path(), 1},
-                    "a bare key, which is ignored in this file");
+    const std::string& path = reading.Path();
+    const std::string& known_as = reading.file->path;
+    if (!IsStateFile(known_as) || !reading.file->error.empty() || written.count(known_as) != 0)
+      continue;
+    if (IsBareKey(reading) && Has(kCopies, known_as)) {
+      findings->Add("old-state-file", {path, 1}, "a bare key, which is ignored in this file");
     }
-    if (IsBareKey(reading) && Has(kUpgradedFiles, reading.Path())) {
-      std::string key = TextOf(boot, reading.Path());
-      findings->Add("old-state-file", {reading.Path(), 1},
-                    key.empty()
-                        ? "a bare key, the old format; a boot without its property rewrites it"
-                        : "a bare key, the old format; the next boot rewrites it");
-      if (key.empty()) android::base::ReadFileToString(reading.Path(), &key);
-      if (CheckBareKey(reading.Path(), key, findings)) {
-        CheckCarrier({reading.Path(), 1}, key, carriers, findings);
-      }
+    const char* property = BareKeyProperty(known_as);
+    const bool sets_it =
+        std::any_of(reading.lines.begin(), reading.lines.end(), [&](const PropertyLine* line) {
+          return property != nullptr && Sets(*line) && line->name == property;
+        });
+    if (property != nullptr && !sets_it) {
+      CheckUpgraded(boot, reading, carriers, findings);
+      continue;
     }
     for (const PropertyLine* line : reading.lines) {
       if (!Sets(*line) || KeyedBy(line->name) == nullptr) continue;
-      CheckCarrier({reading.Path(), line->line}, line->value, carriers, findings);
+      CheckCarrier({path, line->line}, line->value, carriers, findings);
     }
   }
 }
@@ -95,37 +119,49 @@ void CheckMappings(const CarrierFiles& carriers, Findings* findings) {
       findings->Add("long-nv-key", at,
                     Quoted(key) + " never matches: an NV key has eight bytes at most");
     }
+    if (target.empty()) {
+      findings->Add(
+          "missing-target", at,
+          Quoted(key) + " leads nowhere, and earlier partitions' lines for it are hidden");
+      continue;
+    }
     const bool known = nv ? carriers.keyed_files.count(target) != 0
                           : carriers.keyed_directories.count(target) != 0;
-    if (target.empty() || known) continue;
-    const std::string missing =
-        nv ? "etc/build." + target + ".prop" : "a directory properties/" + target;
-    findings->Add("missing-target", at, "no partition has " + missing);
+    if (known) continue;
+    findings->Add(
+        "missing-target", at,
+        "no partition has " + (nv ? "etc/build." + WithoutInvisible(target) + ".prop"
+                                  : "a directory properties/" + WithoutInvisible(target)));
   }
 }
 
 void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findings* findings) {
-  const auto report = [&](const LegacyKey& key, const char* mapping) {
-    if (key.key.empty()) return;
-    const Place at = {key.source, key.source == kPropertiesPath ? size_t{0} : size_t{1}};
-    findings->Add("unmapped-key", at,
-                  "no etc/" + std::string(mapping) + " knows the key " + Quoted(key.key));
-  };
-  const LegacyKey carrier = {ValueIn(boot.initial, kBootCarrier), kPropertiesPath};
-  LegacyKey nv = carriers.nv, ssv = carriers.ssv;
-  if (!CheckBareKey(nv.source, nv.key, findings)) nv.key.clear();
+  // Each with the place that it is from.
+  using Key = std::pair<std::string, Place>;
+  const Key carrier = {ValueIn(boot.initial, kBootCarrier), {kPropertiesPath}};
+  Key nv, ssv = {TextOf(boot, kSimActionFile), {kSimActionFile, 1}};
+  for (const char* source : kNvSources) {
+    if (nv.first.empty()) nv = {TextOf(boot, source).substr(0, kNvKeySize), {source, 1}};
+  }
+  if (!CheckBareKey(nv.second.path, nv.first, findings)) nv.first.clear();
   // Of a property file the whole text is a key that nothing can match.
-  const bool is_bare = ssv.key.find('=') == std::string::npos;
-  if (!is_bare || !CheckBareKey(ssv.source, ssv.key, findings)) ssv.key.clear();
-  if (carriers.nv_target.empty()) report(nv, kNvMapping);
+  const bool is_bare = ssv.first.find('=') == std::string::npos;
+  if (!is_bare || !CheckBareKey(kSimActionFile, ssv.first, findings)) ssv.first.clear();
 
-  const bool known = std::any_of(carriers.mappings.begin(), carriers.mappings.end(),
-                                 [&](const CarrierFiles::Mapping& line) {
-                                   return line.file == kFirstMapping && line.key == ssv.key;
-                                 });
-  if (!ssv.key.empty() && carriers.keyed_files.count(ssv.key) == 0 && !known) {
-    findings->Add("unknown-carrier", {ssv.source, 1},
-                  "no partition has etc/build." + ssv.key + ".prop, and no mapping file the key");
+  // They count as far as their first NUL byte.
+  const auto report = [&](const Key& key, const auto& mappings, const char* file) {
+    if (key.first.empty() || mappings.count(key.first.c_str()) != 0) return;
+    findings->Add(
+        "unmapped-key", key.second,
+        "no partition's etc/" + std::string(file) + " knows the key " + Quoted(key.first.c_str()));
+  };
+  report(nv, carriers.nv_keys, kNvMapping);
+  const bool known = carriers.keyed_files.count(ssv.first) != 0 ||
+                     carriers.first_keys.count(ssv.first.c_str()) != 0;
+  if (!ssv.first.empty() && !known) {
+    findings->Add("unknown-carrier", ssv.second,
+                  "no partition has etc/build." + WithoutInvisible(ssv.first) +
+                      ".prop, and no etc/" + kFirstMapping + " the key");
   }
 
   // The first key is derived only where the device keeps none; then one legacy key is enough.
@@ -134,16 +170,20 @@ void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findi
     return file->op == FileOp::kAccess &&
            EndsWith(file->path, std::string("/etc/") + kFirstMapping);
   });
-  if (!derived || carriers.legacy_mapped) return;
-  for (const LegacyKey& key : {carrier, nv, ssv}) report(key, kFirstMapping);
+  const auto is_mapped = [&](const Key& key) {
+    return !ValueIn(carriers.first_keys, key.first.c_str()).target.empty();
+  };
+  if (!derived || is_mapped(carrier) || is_mapped(nv) || is_mapped(ssv)) return;
+  for (const Key& key : {carrier, nv, ssv}) report(key, carriers.first_keys, kFirstMapping);
 }
 
 void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
                 Findings* findings) {
   std::set<std::string> keys;  // what an NV key is translated to, and what may be an SSV key
-  for (const auto& [file, at, key, target] : carriers.mappings) {
-    keys.insert(file == kNvMapping ? target : key);
+  for (const auto& [key, mapped] : carriers.nv_keys) {
+    if (key.size() <= kNvKeySize) keys.insert(mapped.target);
   }
+  for (const auto& [key, mapped] : carriers.first_keys) keys.insert(key);
   for (const auto& [key, paths] : carriers.keyed_files) {
     if (keys.count(key) != 0 || IsOperatorKey(key)) continue;
     for (const std::string& path : paths) {
@@ -155,17 +195,14 @@ void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
   }
 }
 
-void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readings,
-                         Findings* findings) {
+void CheckDirectoryOrder(const Survey& survey, Findings* findings) {
   using Values = std::map<std::string, std::pair<std::string, Place>>;  // by name
-  std::map<std::string, Values> files;                                  // by path
-  for (const Reading& reading : readings) {
-    const std::string& path = readings[reading.outermost].Path();
-    const auto file = survey.files.find(path);
-    if (file == survey.files.end() || file->second.kind != FileKind::kKeyedInOrder) continue;
-    for (const PropertyLine* line : reading.lines) {
-      if (Sets(*line)) files[path][line->name] = {line->value, {reading.Path(), line->line}};
-    }
+  std::map<std::string, Values> files;  // by path, what each ends with
+  for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
+    const auto& read = survey.record->property_files;
+    const std::string& path = read[OutermostFile(*survey.record, line->file)].device_path;
+    if (!Sets(*line) || ValueIn(survey.files, path).kind != FileKind::kKeyedInOrder) continue;
+    files[path][line->name] = {line->value, {read[line->file].device_path, line->line}};
   }
   std::map<std::pair<std::string, std::string>, const Values::mapped_type*> first;
   for (const auto& [path, values] : files) {

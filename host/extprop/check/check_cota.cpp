@@ -19,11 +19,32 @@ bool Exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
+// Looks at what one step made of the info files that it read.
 class CotaCheck {
  public:
-  CotaCheck(const std::vector<Reading>& readings, Findings* findings)
-      : readings_(readings), findings_(*findings) {}
+  CotaCheck(const BootRecord& boot, const Step& step, Findings* findings)
+      : boot_(boot), step_(step), findings_(*findings) {
+    for (const PropertyLine* line : Only<PropertyLine>(step.events)) {
+      const std::string& path = boot.property_files[line->file].device_path;
+      if (Sets(*line) && Has(kInfoFiles, path)) lines_[path].push_back(line);
+    }
+  }
 
+  void Run() {
+    const std::vector<const MountEvent*> mounts = Only<MountEvent>(step_.events);
+    for (const MountEvent* mount : mounts) CheckBind(*mount);
+    for (const LogLine* log : Only<LogLine>(step_.events)) CheckDirectory(log->message);
+    if (step_.argument == "mount_and_check_load") CheckImage();
+    for (const FileEvent* file : Only<FileEvent>(step_.events)) {
+      const bool is_read = file->op == FileOp::kRead && file->error == 0;
+      if (!is_read || file->path != kModuleInfoFile || !mounts.empty()) continue;
+      findings_.Add(
+          "failed-bind", {file->path},
+          "it names no module to bind, which takes mount_point, module_type and bind_point");
+    }
+  }
+
+ private:
   void CheckBind(const MountEvent& mount) {
     if (mount.error == 0) return;
     const std::string what = "cannot bind " + mount.source + " on " + mount.target + ": ";
@@ -47,41 +68,44 @@ class CotaCheck {
     if (!wrong && !failed) return;
     const std::string directory(message);
     const char* what = wrong ? " lies where no module directory may be" : " cannot be made";
-    findings_.Add("module-directory", PlaceOf(directory), directory + what);
+    findings_.Add("module-directory", PlaceOf(directory), Quoted(directory) + what);
   }
 
-  void CheckModule(const Reading& reading, const Step& step) {
-    if (reading.Path() != kModuleInfoFile || !reading.file->error.empty()) return;
-    if (!Only<MountEvent>(step.events).empty()) return;
-    findings_.Add(
-        "failed-bind", {reading.Path()},
-        "it names no module to bind, which takes mount_point, module_type and bind_point");
+  // An image that is named but not to be bound.
+  void CheckImage() {
+    const PropertyLine* image = nullptr;
+    bool verified = false;
+    for (const PropertyLine* line : lines_[kMountInfoFile]) {
+      if (line->name == kImageRoot) image = line;
+      if (line->name == kImageVerified) verified = line->value == "1";
+    }
+    if (image == nullptr || (verified && image->value[0] == '/')) return;
+    findings_.Add("failed-bind", {kMountInfoFile, image->line},
+                  "the image is not bound, as " +
+                      (verified ? "its path is not absolute"
+                                : std::string(kImageVerified) + " is not 1 in this file"));
   }
 
- private:
-  // The line of an info file that has the value; the boot where none has.
+  // The line of an info file that has the value, of the module's first; the boot where none has.
   Place PlaceOf(const std::string& value) const {
-    for (const Reading& reading : readings_) {
-      if (ContentOf(reading.Path()) != FileContent::kInfo) continue;
-      for (const PropertyLine* line : reading.lines) {
-        if (Sets(*line) && line->value == value) return {reading.Path(), line->line};
+    for (const char* path : {kModuleInfoFile, kMountInfoFile}) {
+      for (const PropertyLine* line : ValueIn(lines_, path)) {
+        if (line->value == value) return {path, line->line};
       }
     }
     return {kBootPath};
   }
 
-  const std::vector<Reading>& readings_;
+  const BootRecord& boot_;
+  const Step& step_;
   Findings& findings_;
+  std::map<std::string, std::vector<const PropertyLine*>> lines_;  // by file
 };
 
 }  // namespace
 
-void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, Findings* findings) {
-  CotaCheck check(readings, findings);
-  for (const MountEvent* mount : Only<MountEvent>(boot)) check.CheckBind(*mount);
-  for (const LogLine* log : Only<LogLine>(boot)) check.CheckDirectory(log->message);
-  for (const Reading& reading : readings)
-    check.CheckModule(reading, boot.steps[reading.file->step]);
+void CheckCota(const BootRecord& boot, Findings* findings) {
+  for (const Step& step : boot.steps) CotaCheck(boot, step, findings).Run();
 }
 
 }  // namespace extprop

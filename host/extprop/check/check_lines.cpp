@@ -1,10 +1,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string_view>
-
+#include <cerrno>
 #include <map>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include <android-base/strings.h>
@@ -24,9 +24,8 @@ constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 // Lines of mapping files and the info files' own keys are no properties.
 bool IsProperty(const std::string& path, const std::string& name) {
   const FileContent content = ContentOf(path);
-  if (content == FileContent::kProperties) return true;
-  return content == FileContent::kInfo &&
-         (StartsWith(name, "sys.") || StartsWith(name, "ro.") || StartsWith(name, "persist."));
+  return content == FileContent::kProperties ||
+         (content == FileContent::kInfo && IsInfoProperty(name));
 }
 
 class ReadingCheck {
@@ -54,22 +53,19 @@ class ReadingCheck {
   const Imports imports_;
   const Library& library_;
   Findings& findings_;
-  std::map<std::string_view, const PropertyLine*> names_;
 };
 
 void ReadingCheck::ReportUnread() {
   struct stat status;
-  const bool exists = lstat(reading_.Path().c_str(), &status) == 0;
-  if (!exists && EndsWith(reading_.Path(), "/build.prop")) {
-    findings_.Add("missing-partition", {reading_.Path()},
-                  "there is no such file, so the partition has no build properties");
-    return;
+  const bool found = lstat(reading_.Path().c_str(), &status) == 0;
+  if (!found && errno == ENOENT && EndsWith(reading_.Path(), "/build.prop")) {
+    return findings_.Add("missing-partition", {reading_.Path()},
+                         "there is no such file, so no build properties are here");
   }
-  const bool is_link = exists && S_ISLNK(status.st_mode);
-  findings_.Add("unreadable-file", {reading_.Path()},
-                is_link ? "it is a symbolic link, and links to property files are not followed"
-                        : "it cannot be read: " + reading_.file->error,
-                reading_.import);
+  std::string why = "it cannot be read: " + reading_.file->error;
+  if (found && S_ISFIFO(status.st_mode)) why = "no file: a boot that reads it may wait for ever";
+  if (found && S_ISLNK(status.st_mode)) why = kIsLink;
+  findings_.Add("unreadable-file", {reading_.Path()}, why, reading_.import);
 }
 
 void ReadingCheck::CheckLine(const PropertyLine& line) {
@@ -107,23 +103,14 @@ void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
 }
 
 void ReadingCheck::CheckProperty(const PropertyLine& line) {
-  if (IsProperty(reading_.Path(), line.name)) {
-    if (!library_.IsLegalPropertyName(line.name)) {
-      Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
-    }
-    const auto legal = library_.IsLegalPropertyValue(line.name, line.value);
-    if (!legal.ok()) {
-      Report("illegal-value", line, Quoted(line.name) + ": " + legal.error().message());
-    }
+  if (!IsProperty(reading_.Path(), line.name)) return;
+  if (!library_.IsLegalPropertyName(line.name)) {
+    Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
   }
-  const auto [known, is_new] = names_.try_emplace(line.name, &line);
-  if (is_new) return;
-  const bool same = known->second->value == line.value;
-  Report("duplicate-name", line,
-         Quoted(line.name) + (same ? " has this value already"
-                                   : " has another value already, which this one replaces"),
-         {reading_.Path(), known->second->line});
-  known->second = &line;
+  const auto legal = library_.IsLegalPropertyValue(line.name, line.value);
+  if (!legal.ok()) {
+    Report("illegal-value", line, Quoted(line.name) + ": " + legal.error().message());
+  }
 }
 
 void ReadingCheck::CheckImport(const PropertyLine& line) {
@@ -179,21 +166,32 @@ void CheckReading(const Reading& reading, Imports imports, const Library& librar
   ReadingCheck(reading, imports, library, findings).Run();
 }
 
-void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
-                    Findings* findings) {
-  for (const Step& step : boot.steps) {
-    if (step.name != "partitions") continue;
-    std::map<std::string_view, const PropertyLine*> setters;
+void CheckSetAgain(const BootRecord& record, bool overrides, Findings* findings) {
+  const auto& files = record.property_files;
+  std::map<std::pair<size_t, std::string_view>, const PropertyLine*> setters;  // of a map's names
+  std::set<std::pair<size_t, std::string_view>> set_before;  // by a reading, and names
+  for (const Step& step : record.steps) {
     for (const PropertyLine* line : Only<PropertyLine>(step.events)) {
       if (!Sets(*line)) continue;
-      const PropertyLine*& setter = setters[line->name];
-      if (setter != nullptr && line->outcome == LineOutcome::kReplaced &&
-          readings[setter->file].outermost != readings[line->file].outermost) {
-        findings->Add("partition-override", {readings[line->file].Path(), line->line},
-                      Quoted(line->name) + " replaces " + Quoted(setter->value),
-                      {readings[setter->file].Path(), setter->line});
+      const PropertyLine*& setter = setters[{files[line->file].map, line->name}];
+      const PropertyLine* before = std::exchange(setter, line);
+      const Place at = {files[line->file].device_path, line->line};
+      const bool again = !set_before.insert({line->file, line->name}).second;
+      if (before == nullptr) continue;
+      const Place other = {files[before->file].device_path, before->line};
+      const bool replaces = before->value != line->value;
+      if (again) {
+        findings->Add("duplicate-name", at,
+                      Quoted(line->name) + (replaces ? " has another value already, which this one "
+                                                       "replaces"
+                                                     : " has this value already"),
+                      other);
       }
-      setter = line;
+      if (overrides && step.name == "partitions" && replaces &&
+          OutermostFile(record, before->file) != OutermostFile(record, line->file)) {
+        findings->Add("partition-override", at,
+                      Quoted(line->name) + " replaces " + Quoted(before->value), other);
+      }
     }
   }
 }

@@ -28,6 +28,9 @@ struct Reading {
 // record.
 std::vector<Reading> ReadingsOf(const BootRecord& record);
 
+// What is told of a link where the library expects a file.
+constexpr const char* kIsLink = "it is a symbolic link, and links to such files are not followed";
+
 // What is known of the context that a file's imports are followed in.
 enum class Imports {
   kOfBoot,     // all: a boot followed them
@@ -37,13 +40,14 @@ enum class Imports {
 
 void CheckReading(const Reading& reading, Imports imports, const Library& library,
                   Findings* findings);
-void CheckOverrides(const BootRecord& boot, const std::vector<Reading>& readings,
-                    Findings* findings);
-void CheckCota(const BootRecord& boot, const std::vector<Reading>& readings, Findings* findings);
+// Checks for names that a file sets twice and, if `overrides`, that a later partition sets again.
+void CheckSetAgain(const BootRecord& record, bool overrides, Findings* findings);
+// Checks what the COTA service's commands made of the info files.
+void CheckCota(const BootRecord& boot, Findings* findings);
 
 // What a survey tells about the files of all carriers.
 struct CarrierFiles {
-  // A line of a mapping file of that name.
+  // A line of a partition's mapping file of that name.
   struct Mapping {
     std::string file;
     Place at;
@@ -53,9 +57,7 @@ struct CarrierFiles {
   std::map<std::string, std::vector<std::string>> keyed_files;  // R/etc/build.KEY.prop, by KEY
   std::set<std::string> keyed_directories;                      // the KEYs of R/properties/KEY
   std::vector<Mapping> mappings;
-  LegacyKey nv, ssv;
-  std::string nv_target;
-  bool legacy_mapped = false;  // nvmap.prop knows one of the device's legacy keys
+  std::map<std::string, MappedKey> nv_keys, first_keys;  // what the library makes of the mappings
 };
 
 // Returns true for what was read of a state file that has a bare key, as the old format has it, in
@@ -67,13 +69,12 @@ void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& reading
                      const CarrierFiles& carriers, Findings* findings);
 // Checks the mapping files and what they lead to.
 void CheckMappings(const CarrierFiles& carriers, Findings* findings);
-// Checks the keys that the device has from legacy sources and properties.
+// Checks the keys that the boot took from legacy sources and properties.
 void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findings* findings);
 // Checks the files that are named by a key, but for those in `read`.
 void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
                 Findings* findings);
 // Checks for files of one directory that, each with its imports, end with different values.
-void CheckDirectoryOrder(const Survey& survey, const std::vector<Reading>& readings,
-                         Findings* findings);
+void CheckDirectoryOrder(const Survey& survey, Findings* findings);
 
 }  // namespace extprop

@@ -12,8 +12,7 @@ using android::base::StartsWith;
 
 // Whether a hand-over of the map may lack the name.
 bool MayBeLeftOut(const ReadMap& map, int mode, std::string_view name) {
-  if (map.content == FileContent::kInfo)
-    return !StartsWith(name, "sys.") && !StartsWith(name, "ro.");
+  if (map.content == FileContent::kInfo) return !IsForwarded(std::string(name));
   return name == kCarriedOverName || (mode == 1 && StartsWith(name, "ro."));
 }
 

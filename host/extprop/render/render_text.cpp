@@ -152,7 +152,7 @@ class TextRenderer {
   void operator()(const FileEvent& file) {
     if (IsDetail(file) && options_.log != Severity::kVerbose) return;
     const auto op = static_cast<size_t>(file.op);
-    const std::string path = " " + Visible(file.path);
+    const std::string path = " " + Visible(file.device_path.empty() ? file.path : file.device_path);
     if (file.error != 0) return Failure(kNotDone[op] + path, file.error);
     if (!options_.all && options_.log != Severity::kVerbose) return;  // told at the end
     const bool anew = file.op == FileOp::kWrite && file.existed;

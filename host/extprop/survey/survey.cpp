@@ -130,15 +130,7 @@ class Walk {
   PathOrigins origins_;
 };
 
-// The file that the step read first, and could.
-std::string SourceIn(const Step& step) {
-  for (const FileEvent* file : Only<FileEvent>(step.events)) {
-    if (file->op == FileOp::kRead && file->error == 0) return PathOrigins().Find(file->path);
-  }
-  return "";
-}
-
-// Takes a survey as steps of a boot.
+// Takes a survey as a step of a boot.
 class Surveyor {
  public:
   Surveyor(const BootPlan& plan, const Library& library) : plan_(plan), library_(library) {
@@ -148,29 +140,20 @@ class Surveyor {
   }
 
   Result<StartedBoot> Start(const SurveyDigest& digest) {
-    const Loader nv_key =
-        Reader("NV key", [this] { library_.load_old_nv_key(&survey_.nv.key, &survey_.nv_target); });
-    const Loader ssv_key =
-        Reader("SSV key", [this] { library_.read_old_ssv_key(&survey_.ssv.key); });
-    const Loader files = Reader("all property files", [this] { ReadFiles(); });
+    const Loader files = {"all property files", nullptr, "", [this](auto...) { ReadFiles(); },
+                          false};
     plan_.title = "the reading of all property files";
-    plan_.steps = {{&nv_key, ""}, {&ssv_key, ""}, {&files, ""}};
+    plan_.steps = {{&files, ""}};
     plan_.lines = true;
     plan_.opens_fifos = false;
     plan_.keep_fd = -1;
     return StartedBoot::Start(plan_, [&](const BootRecord& record) {
       survey_.record = &record;
-      survey_.nv.source = SourceIn(record.steps[0]);
-      survey_.ssv.source = SourceIn(record.steps[1]);
       return digest(survey_);
     });
   }
 
  private:
-  static Loader Reader(const char* what, const std::function<void()>& read) {
-    return {what, nullptr, "", [read](auto...) { read(); }, false};
-  }
-
   void ReadFiles() {
     Walk walk(&survey_);
     for (const std::string& root : *library_.ExtensionPartitionRoots)
@@ -215,21 +198,27 @@ class Surveyor {
 
 }  // namespace
 
-std::map<std::string, MappedKey> MappingsOf(const Survey& survey, const std::string& file_name) {
-  std::map<size_t, std::map<std::string, std::string>> by_root;
+std::vector<MappingLine> MappingLinesOf(const Survey& survey) {
+  std::vector<MappingLine> lines;
   for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
     const size_t outermost = OutermostFile(*survey.record, line->file);
     const fs::path path = survey.record->property_files[outermost].device_path;
-    const auto file = survey.files.find(path);
-    if (file == survey.files.end() || file->second.kind != FileKind::kMapping) continue;
-    if (path.filename() == file_name && Sets(*line) && !line->name.empty()) {
-      by_root[file->second.root][line->name] = line->value;
-    }
+    const SurveyedFile file = ValueIn(survey.files, path);
+    if (file.kind != FileKind::kMapping || !Sets(*line)) continue;
+    if (survey.roots[file.root].kind != Kind::kPartition) continue;
+    lines.push_back({path.filename(), file.root, line});
+  }
+  return lines;
+}
+
+std::map<std::string, MappedKey> MappingsOf(const Survey& survey, const std::string& file_name) {
+  std::map<size_t, std::map<std::string, std::string>> by_root;
+  for (const auto& [file, root, line] : MappingLinesOf(survey)) {
+    if (file == file_name && !line->name.empty()) by_root[root][line->name] = line->value;
   }
   // The library takes the last partition's that has the key.
   std::map<std::string, MappedKey> mappings;
   for (const auto& [root, lines] : by_root) {
-    if (survey.roots[root].kind != SurveyedRoot::Kind::kPartition) continue;
     for (const auto& [key, target] : lines) {
       mappings[key].target = target;
       mappings[key].files.push_back(survey.roots[root].path + "/etc/" + file_name);
@@ -242,8 +231,7 @@ Result<StartedBoot> StartSurvey(const BootPlan& plan, const SurveyDigest& digest
   Result<Library> library = LoadLibrary(plan.library);
   if (!library.ok()) return library.error();
   if (library->load_properties_from_file_without_se == nullptr ||
-      library->ExtensionPartitionRoots == nullptr || library->load_old_nv_key == nullptr ||
-      library->read_old_ssv_key == nullptr) {
+      library->ExtensionPartitionRoots == nullptr) {
     return Error() << "this library does not offer its parser";
   }
   return Surveyor(plan, *library).Start(digest);

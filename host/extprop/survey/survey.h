@@ -46,12 +46,6 @@ struct SurveyedDirectory {
   std::size_t root = 0;
 };
 
-// A key that a device has from times before the SIM switch, and the file that it was read from.
-struct LegacyKey {
-  std::string key;
-  std::string source;
-};
-
 // All property files of a device, whether or not a boot reads them. Paths are those of the device,
 // without links in their directories.
 struct Survey {
@@ -59,8 +53,6 @@ struct Survey {
   std::map<std::string, SurveyedFile> files;  // by path
   std::vector<SurveyedDirectory> directories;
   std::map<std::string, std::string> unreadable;  // what was not looked into, and why
-  LegacyKey nv, ssv;
-  std::string nv_target;  // what a mapping file makes of the NV key
   // What the library makes of them: its property files are the surveyed ones, each read by itself
   // in the order of roots and paths, and what they import. Without the partitions' build.prop where
   // the plan's boot loads all partitions, and so tells more of them.
@@ -72,6 +64,14 @@ struct MappedKey {
   std::string target;  // by the file that the library takes it from
   std::vector<std::string> files;
 };
+
+// A line that sets something in a partition's mapping file of that name, or in what it imports.
+struct MappingLine {
+  std::string file;
+  std::size_t root = 0;
+  const PropertyLine* line = nullptr;  // of the survey's record
+};
+std::vector<MappingLine> MappingLinesOf(const Survey& survey);
 
 // Returns what the partitions' mapping files of that name, such as "flags.prop", make of each key
 // that any of them has.

@@ -62,7 +62,7 @@ TEST_F(CheckTest, property_files) {
 mnt/vendor/my_carrier/etc/parts/deep.prop:2: error: '' is no legal property name [illegal-name]
 mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/a.prop:3: warning: /none.prop does not exist [missing-import]
 mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/b.prop:1: warning: 'ro.order' is '1' in another file, and which is read last depends on the directory's order (mnt/vendor/my_carrier/properties/east/SimSwitchCurrentTime/a.prop:1) [directory-order]
-mnt/vendor/my_stock/build.prop: warning: there is no such file, so the partition has no build properties [missing-partition]
+mnt/vendor/my_stock/build.prop: warning: there is no such file, so no build properties are here [missing-partition]
 odm/build.prop:1: error: the byte order mark \xef\xbb\xbf is read as the beginning of the line [byte-order-mark]
 odm/build.prop:2: error: 'ro.a b' is no legal property name [illegal-name]
 odm/build.prop:3: error: 'ro.bytes': Value is not a UTF8 encoded string [illegal-value]
@@ -72,7 +72,7 @@ odm/build.prop:7: warning: /none.prop does not exist [missing-import]
 odm/build.prop:8: error: property 'ro.none' doesn't exist while expanding '/odm/${ro.none}.prop' [unexpandable-import]
 odm/build.prop:11: error: nothing from the NUL byte to the end of the line is read [nul-byte]
 odm/cycle.prop:1: error: /odm/build.prop is not imported: the file is being read already [refused-import]
-odm/link.prop: error: it is a symbolic link, and links to property files are not followed (odm/build.prop:10) [unreadable-file]
+odm/link.prop: error: it is a symbolic link, and links to such files are not followed (odm/build.prop:10) [unreadable-file]
 8 errors, 6 warnings, 0 notes
 )");
 }
@@ -92,12 +92,12 @@ mnt/vendor/my_carrier/etc/flags.prop:1: warning: 'TOO LONG/1' never matches: an 
 mnt/vendor/my_carrier/etc/flags.prop:2: warning: no partition has etc/build.nv-none.prop [missing-target]
 mnt/vendor/my_carrier/etc/nvmap.prop:1: warning: no partition has a directory properties/nowhere [missing-target]
 mnt/vendor/my_carrier/properties/west/SimSwitchFirst: warning: it is never looked into for the key 'west' [unreachable-directory]
-mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no etc/flags.prop knows the key 'NV KEY/1' [unmapped-key]
-mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no etc/nvmap.prop knows the key 'NV KEY/1' [unmapped-key]
+mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no partition's etc/flags.prop knows the key 'NV KEY/1' [unmapped-key]
+mnt/vendor/vemrareserve/radio/exp_operator_switch.config:1: warning: no partition's etc/nvmap.prop knows the key 'NV KEY/1' [unmapped-key]
 mnt/vendor/vemrareserve/system/ssv/sim_action_file:1: error: the line end is part of the key 'west\r\n', so nothing matches it [line-end-in-key]
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
 mnt/vendor/vemrareserve/system/ssv/sim_switch_current_file:1: warning: no partition has a directory properties/east [unknown-carrier]
-<properties>: warning: no etc/nvmap.prop knows the key 'ABC' [unmapped-key]
+<properties>: warning: no partition's etc/nvmap.prop knows the key 'ABC' [unmapped-key]
 1 error, 11 warnings, 0 notes
 )");
 }
@@ -118,8 +118,35 @@ data/cota/image/properties/east/SimSwitchFirstTime/a.prop:1: error: 'ro..dots' i
 )");
   tree_.Write("data/cota/cota_mount_info.prop", "fonts=/mnt/cota/fonts\nstray=/data/x\n");
   EXPECT_EQ(Check("--only module-directory", 1), R"(
-data/cota/cota_mount_info.prop:2: error: /data/x lies where no module directory may be [module-directory]
+data/cota/cota_mount_info.prop:2: error: '/data/x' lies where no module directory may be [module-directory]
 1 error, 0 warnings, 0 notes; 3 left out
+)");
+}
+
+TEST_F(CheckTest, tells_what_the_boot_makes_of_it) {
+  // What the import sets is what line 3 replaces.
+  tree_.Write("odm/build.prop", "ro.a=1\nimport /odm/set.prop\nro.a=1\n");
+  tree_.Write("odm/set.prop", "ro.a=2\n");
+  // Whatever the order, both files end alike.
+  tree_.Write(kCarrier + "properties/west/SimSwitchFirstTime/b.prop",
+              "import /odm/set.prop\nro.first=1\nro.a=1\n");
+  tree_.Write(kCarrier + "properties/west/SimSwitchFirstTime/c.prop", "ro.a=1\n");
+  // A later partition's line hides the one that leads to the file.
+  tree_.Write("odm/etc/flags.prop", "NV KEY/1=old\n");
+  tree_.Write("odm/etc/build.old.prop", "");
+  // Without the property the whole text is a key, whatever it looks like.
+  tree_.Write(kSsv + "sim_switch_first_file", "sys.sim.switch.current=west");
+  // The module's directory is made before it is bound.
+  tree_.Write("data/cota/cota_mount_info.prop", "fonts=/mnt/cota/fonts\n");
+  tree_.Write("data/cota/cota_module_info.prop",
+              "mount_point=/mnt/cota/fonts\nmodule_type=media\nbind_point=/my_carrier\n");
+  tree_.Write("my_carrier/under", "");
+  EXPECT_EQ(Check(), R"(
+mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
+mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file:1: warning: no partition has a directory properties/sys.sim.switch.current=west [unknown-carrier]
+odm/build.prop:3: warning: 'ro.a' has another value already, which this one replaces (odm/set.prop:1) [duplicate-name]
+odm/etc/build.old.prop: warning: no mapping file leads to 'old', and no operator properties do; only that very SSV key would [unreached-file]
+0 errors, 4 warnings, 0 notes
 )");
 }
 
