@@ -31,7 +31,8 @@ struct BootPlan {
   std::vector<PlannedStep> steps;
   // Changes the device's files before the boot, in the private root only; may throw.
   std::function<void()> prepare;
-  bool lines = false;  // record the lines of property files
+  std::map<std::string, std::string> chosen;  // as of the record
+  bool lines = false;                         // record the lines of property files
   // Keeps the lines out of the record for whose names it returns false; null keeps all.
   std::function<bool(const std::string& name)> keep_line;
   bool opens_fifos = true;  // as on the device, where that may take for ever; else it fails

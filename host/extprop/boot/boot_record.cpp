@@ -1,6 +1,7 @@
 #include "host/extprop/boot/boot_record.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace android::init {
 
@@ -72,9 +73,13 @@ void to_json(json& object, const PropertyFile& file) {
 }
 
 json ToJson(const BootRecord& record) {
-  return {{"initial", record.initial},       {"refused", record.refused},
-          {"steps", record.steps},           {"property_files", record.property_files},
-          {"properties", record.properties}, {"files", record.files}};
+  return {{"chosen", record.chosen},
+          {"initial", record.initial},
+          {"refused", record.refused},
+          {"steps", record.steps},
+          {"property_files", record.property_files},
+          {"properties", record.properties},
+          {"files", record.files}};
 }
 
 std::size_t OutermostFile(const BootRecord& record, std::size_t file) {
@@ -90,6 +95,16 @@ const Entry* FindEntry(const HandOver& hand_over, std::string_view name) {
       entries.begin(), entries.end(), name,
       [](const Entry& each, std::string_view wanted) { return each.name < wanted; });
   return entry == entries.end() || entry->name != name ? nullptr : &*entry;
+}
+
+std::map<std::string, int> Unreadable(const BootRecord& record) {
+  std::map<std::string, int> unreadable;
+  for (const FileEvent* file : Only<FileEvent>(record)) {
+    const bool opens = file->op == FileOp::kRead && file->error != 0 && file->error != ENOENT;
+    const bool reaches = file->op != FileOp::kWrite && file->error == EACCES;
+    if (opens || reaches) unreadable.emplace(file->path, file->error);
+  }
+  return unreadable;
 }
 
 bool Sets(const PropertyLine& line) {

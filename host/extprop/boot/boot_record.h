@@ -133,6 +133,7 @@ struct PropertyFile {
 };
 
 struct BootRecord {
+  std::map<std::string, std::string> chosen;  // the files that a choice of carrier wrote, and which
   Properties initial;          // what the device boots with, stored properties included
   std::vector<Entry> refused;  // what was to be in `initial`, but init refuses
   std::vector<Step> steps;
@@ -148,6 +149,9 @@ std::size_t OutermostFile(const BootRecord& record, std::size_t file);
 
 // Returns the entry of that name, or null.
 const Entry* FindEntry(const HandOver& hand_over, std::string_view name);
+
+// Returns what could not be read or reached, though it is there, by path with the errno.
+std::map<std::string, int> Unreadable(const BootRecord& record);
 
 // Returns whether the line gives a property, or a mapping, to the map that is read into.
 bool Sets(const PropertyLine& line);

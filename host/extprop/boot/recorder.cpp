@@ -97,6 +97,7 @@ Recorder::Recorder(const BootPlan& plan, const Library& library)
 
 Recorder* Recorder::Start(const BootPlan& plan, const Library& library) {
   auto* recorder = the_recorder = new Recorder(plan, library);
+  recorder->record_.chosen = plan.chosen;
   device::ClearProperties();
   for (const auto& [name, value] : plan.properties) {
     const std::string refused = recorder->Refusal(name, value);

@@ -56,22 +56,51 @@ void SetIn(const std::string& file, const std::string& name, const std::string& 
   WriteState(file, content.append(name).append("=").append(value).append("\n"));
 }
 
+// Returns the property that a key of the kind is the value of in its file.
+const char* PropertyOf(const std::string& kind) {
+  for (const KeyedDirectory& keyed : kKeyedDirectories) {
+    if (kind == keyed.kind) return keyed.property;
+  }
+  return "";
+}
+
+// Returns the file that holds the key of a choice; "" where none does.
+std::string FileOf(const std::string& kind, const Keys& keys) {
+  // Where the SSV key counts there is no first file.
+  if (kind == "first") return keys.count("ssv") != 0 ? kDataFirstFile : kFirstFile;
+  if (kind == "current") return kCurrentFile;
+  if (kind == "channel") return kDataCommonFile;
+  if (kind == "nv") return kNvSources[0];
+  return kind == "ssv" ? kSimActionFile : "";
+}
+
+// Whether the first key of the device is derived from another carrier than was chosen, or keeps the
+// chosen one from being looked at.
+bool ContradictsFirstFile(const Keys& keys) {
+  if (keys.count("ssv") != 0) return true;
+  if (keys.count("first") != 0) return false;
+  if (keys.count("vmcarrier") != 0) return true;
+  return (keys.count("nv") != 0 || keys.count("operator") != 0) && access(kConvertFile, F_OK) == 0;
+}
+
 // Runs in the private root.
 void WriteStateFiles(const Keys& keys) {
-  const auto has = [&](const char* kind) { return keys.count(kind) != 0; };
-  // The boot carrier's and the SSV key are looked at only where the first key is not known yet.
-  if (has("ssv") || (has("vmcarrier") && !has("first"))) {
+  if (ContradictsFirstFile(keys)) {
     unlink(kFirstFile);
     unlink(kConvertFile);
-    ClearFrom(kLaterFiles, kFirstKey);
+    // What other files say is the user's choice, which an NV key does not contradict.
+    if (keys.count("ssv") + keys.count("vmcarrier") != 0) ClearFrom(kLaterFiles, kFirstKey);
   }
-  if (has("first")) SetIn(has("ssv") ? kDataFirstFile : kFirstFile, kFirstKey, keys.at("first"));
-  if (has("current")) SetIn(kCurrentFile, kCurrentKey, keys.at("current"));
-  if (has("channel")) SetIn(kDataCommonFile, kChannelKey, keys.at("channel"));
-  if (has("nv")) WriteState(kNvSources[0], keys.at("nv"));
-  if (has("ssv")) WriteState(kSimActionFile, keys.at("ssv"));
+  for (const auto& [kind, key] : keys) {
+    const std::string file = FileOf(kind, keys);
+    if (kind == "nv" || kind == "ssv") {
+      WriteState(file, key);
+    } else if (!file.empty()) {
+      SetIn(file, PropertyOf(kind), key);
+    }
+  }
   // Where the SSV key is read, it keeps the operator's from being used.
-  if (has("operator") && access(kFirstFile, F_OK) != 0) unlink(kSimActionFile);
+  if (keys.count("operator") != 0 && access(kFirstFile, F_OK) != 0) unlink(kSimActionFile);
 }
 
 void SetProperties(const Keys& keys, BootPlan* plan) {
@@ -95,7 +124,9 @@ void SetProperties(const Keys& keys, BootPlan* plan) {
     properties[kOperatorB] = key.substr(OperatorDash(key) + 1);
   }
   if (keys.count("vmcarrier") != 0) properties[kBootCarrier] = keys.at("vmcarrier");
-  if (keys.count("ssv") != 0 || keys.count("vmcarrier") != 0) {
+  const bool derives = keys.count("nv") + keys.count("operator") != 0;
+  if (keys.count("ssv") + keys.count("vmcarrier") != 0 ||
+      (derives && ValueIn(properties, kConverted) == "true")) {
     properties.erase(kConverted);
     if (keys.count("first") == 0) properties.erase(kFirstKey);
   }
@@ -163,6 +194,10 @@ Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* pla
   if (keys.empty()) return {};
   SetProperties(keys, plan);
   plan->prepare = [keys] { WriteStateFiles(keys); };
+  for (const auto& [kind, key] : keys) {
+    const std::string file = FileOf(kind, keys);
+    if (!file.empty()) plan->chosen[file] = "--carrier " + CarrierChoice{kind, key}.Text();
+  }
   return {};
 }
 

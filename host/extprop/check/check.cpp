@@ -100,19 +100,6 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   return any;
 }
 
-// What the boot could not open or reach, but for property files, of which the readings tell.
-void CheckAccess(const BootRecord& boot, const std::set<std::string>& read, Findings* findings) {
-  for (const FileEvent* file : Only<FileEvent>(boot)) {
-    const bool opens = file->op == FileOp::kRead && file->error != ENOENT;
-    const bool reaches = file->op != FileOp::kWrite && file->error == EACCES;
-    if (file->error == 0 || !(opens || reaches) || read.count(file->path) != 0) continue;
-    std::string why = std::string(opens ? "it cannot be read: " : "it cannot be reached: ") +
-                      strerror(file->error);
-    if (file->error == ELOOP) why = kIsLink;
-    findings->Add("unreadable-file", {file->path}, why);
-  }
-}
-
 std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, bool overrides,
                                const BootRecord& boot, StartedBoot* survey) {
   Findings findings;
@@ -123,7 +110,12 @@ std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, boo
     read.insert(reading.Path());
   }
   CheckSetAgain(boot, overrides, &findings);
-  CheckAccess(boot, read, &findings);
+  for (const auto& [path, error] : Unreadable(boot)) {
+    // Of property files the readings tell.
+    if (read.count(path) != 0) continue;
+    findings.Add("unreadable-file", {path},
+                 error == ELOOP ? kIsLink : "it cannot be read: " + std::string(strerror(error)));
+  }
   CheckCota(boot, &findings);
   for (const Entry& entry : boot.refused) {
     findings.Add("refused-property", {kPropertiesPath},

@@ -150,7 +150,10 @@ int WriteExpectations(const BootPlan& plan, const Options& options) {
     const bool varies = varying.count(name) != 0 || chosen.count(name) != 0;
     // What the device only boots with, no loader sets.
     if (varies || ending.value.empty() || ending.loader.empty()) continue;
-    std::cout << ExpectationLine(name, ending.value) << '\n';
+    // What init refuses or a directory's order decides is no promise.
+    const bool sure = ending.note.empty();
+    if (!sure) std::cout << "# " << Visible(ending.note) << '\n';
+    std::cout << ExpectationLine(name, sure ? ending.value : kAnyValue) << '\n';
   }
   if (!varying.empty()) std::cout << "\n[default]\n";
   for (const std::string& name : varying) {

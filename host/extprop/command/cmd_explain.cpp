@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
@@ -86,8 +88,16 @@ HistoryMap HistoriesOf(const std::string& pattern, const BootRecord& record, Sta
   for (auto& [name, history] : Histories(record, is_asked)) {
     if (is_asked(name)) asked[name] = std::move(history);
   }
-  for (Setting& setting : OrFail(kFailed, UnreadSettings(search, record))) {
+  SearchResult found = OrFail(kFailed, FinishSearch(search));
+  for (Setting& setting : UnreadSettings(found.lines, record)) {
     asked[setting.name].push_back(std::move(setting));
+  }
+  for (const auto& [path, error] : Unreadable(record)) {
+    if (error != ELOOP) found.unreadable.emplace(path, strerror(error));
+  }
+  for (const auto& [path, why] : found.unreadable) {
+    fprintf(stderr, "extprop: warning: not looked into: %s: %s\n", Visible(path).c_str(),
+            why.c_str());
   }
   return asked;
 }
@@ -96,9 +106,12 @@ HistoryMap HistoriesOf(const std::string& pattern, const BootRecord& record, Sta
 std::vector<std::string> Nearest(const std::string& name, const BootPlan& plan,
                                  std::set<std::string> names) {
   StartedBoot search = OrFail(kFailed, StartSearch(plan, "*"));
-  for (FoundLine& line : OrFail(kFailed, FinishSearch(&search))) {
+  for (FoundLine& line : OrFail(kFailed, FinishSearch(&search)).lines) {
     names.insert(std::move(line.name));
   }
+  // A mapping may have the name, or a line none.
+  names.erase(name);
+  names.erase("");
   return NearestNames(name, names);
 }
 

@@ -31,9 +31,15 @@ void CarrierKeyOrigins::TakeFile(const FileEvent& file) {
   if (file.op != FileOp::kRead || file.content.empty()) return;
   for (const char* source : kNvSources) {
     if (file.path == source)
-      nv_key_ = {"nv key", file.content.substr(0, kNvKeySize), source, "", {}, {}};
+      nv_key_ = {"nv key", file.content.substr(0, kNvKeySize), PlaceOf(source), "", {}, {}};
   }
-  if (file.path == kSimActionFile) ssv_key_ = {"ssv key", file.content, file.path, "", {}, {}};
+  if (file.path == kSimActionFile) {
+    ssv_key_ = {"ssv key", file.content, PlaceOf(file.path), "", {}, {}};
+  }
+}
+
+std::string CarrierKeyOrigins::PlaceOf(const std::string& file) const {
+  return record_.chosen.count(file) != 0 ? record_.chosen.at(file) : file;
 }
 
 void CarrierKeyOrigins::TakeWrite(const FileEvent& file) {
@@ -42,6 +48,11 @@ void CarrierKeyOrigins::TakeWrite(const FileEvent& file) {
     SetPlace(file.path, 1, &source);  // it is written anew in the form of today
   } else if (file.path == kForceConnectFile) {
     source.place = "rule: forced connection";
+    for (const char* input :
+         {"persist.sys.911.shutdown", "ro.vemra.internet.whether.force.connect"}) {
+      const Setting* winner = Winner(ValueIn(histories_, input));
+      if (winner != nullptr) source.inputs.push_back(*winner);
+    }
   } else if (file.path == kFirstFile || file.path == kConvertFile) {
     const Setting first = ConvertedFirstKey();
     source.place = "rule: legacy key conversion";

@@ -37,6 +37,7 @@ class CarrierKeyOrigins {
  private:
   using Mapping = std::unordered_map<std::string_view, const PropertyLine*>;  // by key
 
+  std::string PlaceOf(const std::string& file) const;
   void TakeWrite(const FileEvent& file);
   const std::string& OutermostPath(const PropertyLine& line) const;
   Setting Translate(const Mapping& mapping, const std::string& key) const;

@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "host/extprop/explain/setting.h"
+
 namespace extprop {
 
 namespace {
@@ -48,6 +50,9 @@ constexpr Rule kRules[] = {
     {0, "ro.vemra.internet.force.connect", kAlone | kUnset, "forced connection",
      "persist.sys.911.shutdown ro.vemra.internet.whether.force.connect"},
     {0, "ro.sys.customize.flashback.company", kUnset, "no flashback file", ""},
+    {kSetDirectly, "sys.mount.mediapath.success", 0, "set by the library",
+     "ro.sys.custommedia.sourcepath"},
+    {kSetDirectly, kAnyName, 0, "set by the library", ""},
     {0, "ro.vemra.image.my_carrier.date.utc", 0, "carried over from the image",
      "ro.vemra.image.my_bigball.date.utc"},
     {0, "ro.vemra.image.my_carrier.version_name", 0, "carried over from the image",

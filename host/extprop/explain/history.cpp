@@ -59,7 +59,10 @@ class Historian {
 
   void Take(const PropertySet& set) {
     const char* refused = set.refused ? "the property service refused it" : "";
-    SetByRule({set.name, set.value, set.old, refused}, "set by the library", loader_);
+    const Entry entry = {set.name, set.value, set.old, refused};
+    AddComputed(FindComputedValue({kSetDirectly, {entry}}, entry), entry, nullptr);
+    History& history = histories_[entry.name];
+    Decide(entry, history.size() - 1, &history);
   }
 
   void Take(const FileEvent& file) {
@@ -112,7 +115,13 @@ class Historian {
     const Setting* written = keys_.WrittenFrom(file.path);
     if (written != nullptr) return Named(line.name, line.value, *written);
     Setting setting = Named(line.name, line.value, {});
-    SetPlace(file.device_path, line.line, &setting);
+    // A choice of carrier wrote one line of the file.
+    const std::string& choice = ValueIn(record_.chosen, file.path);
+    if (!choice.empty() && KeyedBy(line.name) != nullptr) {
+      setting.place = choice;
+    } else {
+      SetPlace(file.device_path, line.line, &setting);
+    }
     setting.carrier = carrier_;
     return setting;
   }
@@ -121,7 +130,7 @@ class Historian {
     if (StartsWith(record_.property_files[outermost_].path, "/my_company/") &&
         loader_ == "persist" && StartsWith(name, "ro."))
       return "dropped by the company update: not in mode 1";
-    if (name == kCarriedOverName) return "carried over to the carrier image's, and taken out";
+    if (name == kCarriedOverName) return "taken out, as the identity is the carrier image's";
     return "read, but not handed over by " + loader_;
   }
 
@@ -158,25 +167,32 @@ class Historian {
     for (size_t i = 0; i < history.size() && computed.rule.empty(); ++i) {
       if (history[i].won && history[i].value == entry.value) return i;
     }
+    AddComputed(computed, entry, map).mode = hand_over.mode;
+    return history.size() - 1;
+  }
+
+  // The setting is the last of its history.
+  Setting& AddComputed(const ComputedValue& computed, const Entry& entry, ReadMap* map) {
     Setting& setting =
         AddByRule(entry, computed.rule.empty() ? "computed by " + loader_ : computed.rule);
-    setting.mode = hand_over.mode;
     for (const std::string& names : computed.inputs) {
       const Setting* input = InputOf(names, map);
       if (input == nullptr) continue;
       if (setting.directory_order.empty()) setting.directory_order = input->directory_order;
       setting.inputs.push_back(*input);
     }
-    return history.size() - 1;
+    return setting;
   }
 
-  // What the map in the making holds comes before what is set.
+  // What the map in the making holds comes before what is set. An empty value counts where there is
+  // no other name to take.
   const Setting* InputOf(const std::string& names, ReadMap* map) const {
+    const bool only_one = names.find('|') == std::string::npos;
     for (const std::string& name : android::base::Split(names, "|")) {
       const HeldName* held = FindHeld(name, map);
       const Setting* input =
           held == nullptr ? Winner(ValueIn(histories_, name)) : &histories_.at(name)[held->index];
-      if (input != nullptr && !input->value.empty()) return input;
+      if (input != nullptr && (only_one || !input->value.empty())) return input;
     }
     return nullptr;
   }

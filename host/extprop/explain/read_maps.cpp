@@ -38,7 +38,7 @@ void MarkDirectoryOrder(PendingLine* last, std::vector<PendingLine>* lines) {
   std::vector<std::string> places;
   bool differ = false;
   for (const auto& [file, setting] : of_files) {
-    places.push_back(setting->place);
+    if (!Has(places, setting->place)) places.push_back(setting->place);
     differ = differ || setting->value != last->setting.value;
   }
   if (!differ) return;

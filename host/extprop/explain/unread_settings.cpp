@@ -4,15 +4,19 @@
 #include <android-base/strings.h>
 #include <fnmatch.h>
 
-#include <map>
+#include <algorithm>
+#include <cstring>
 #include <set>
+#include <utility>
 
 #include "host/extprop/boot/device_layout.h"
+#include "host/extprop/boot/path_origins.h"
 #include "host/extprop/survey/survey.h"
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awaits)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awaits, importer)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SearchResult, lines, unreadable)
 
 namespace {
 
@@ -23,47 +27,87 @@ bool IsGlob(const std::string& pattern) {
   return pattern.find_first_of("*?[\\") != std::string::npos;
 }
 
-json LinesOf(const Survey& survey, const std::string& pattern) {
-  json found = json::array();
+constexpr const char* kSpecialEdition = "/my_company/etc/build.prop";
+
+std::string PlaceOf(const PropertyFile& file, unsigned line) {
+  return file.device_path + ":" + std::to_string(line);
+}
+
+SearchResult Search(const Survey& survey) {
+  SearchResult result = {{}, survey.unreadable};
+  for (const auto& [path, error] : Unreadable(*survey.record)) {
+    // What a link leads to is known not to be read.
+    if (error != ELOOP) result.unreadable.emplace(path, strerror(error));
+  }
+  const auto& files = survey.record->property_files;
+  const std::string special_edition = PathOrigins().Find(kSpecialEdition);
+  std::set<std::pair<std::string, unsigned>> by_import;
   for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
-    const PropertyFile& read = survey.record->property_files[line->file];
-    if (!Sets(*line) || read.importer != kNoImporter) continue;
-    const auto file = survey.files.find(read.device_path);
-    if (file == survey.files.end() || file->second.kind == FileKind::kMapping) continue;
-    // What else an info file has are no properties.
-    const bool property = ContentOf(read.device_path) != FileContent::kInfo ||
-                          StartsWith(line->name, "sys.") || StartsWith(line->name, "ro.");
-    if (!property) continue;
-    FoundLine at = {read.device_path, line->line, line->name, line->value, ""};
-    if (file->second.kind != FileKind::kState) {
-      const SurveyedRoot& root = survey.roots[file->second.root];
-      at.root = root.path;
-      if (root.kind == SurveyedRoot::Kind::kImage) at.awaits = "loaded";
-      if (root.kind == SurveyedRoot::Kind::kWaiting) at.awaits = "bound";
-    } else if (IsGlob(pattern)) {
+    const PropertyFile& read = files[line->file];
+    const std::string& path = read.device_path;
+    const FileKind outermost =
+        ValueIn(survey.files, files[OutermostFile(*survey.record, line->file)].device_path).kind;
+    if (!Sets(*line) || outermost == FileKind::kMapping) continue;
+    FoundLine found = {path, line->line, line->name, line->value, ""};
+    const auto surveyed = survey.files.find(path);
+    if (surveyed == survey.files.end()) {
+      // Only imports lead to it; the first one is as good as any.
+      if (!by_import.insert({path, line->line}).second) continue;
+      found.importer = PlaceOf(files[read.importer], read.import_line);
+    } else if (read.importer != kNoImporter) {
+      continue;
+    } else if (surveyed->second.kind != FileKind::kState) {
+      const SurveyedRoot& root = survey.roots[surveyed->second.root];
+      found.root = root.path;
+      if (path == special_edition) found.awaits = "quasar";
+      if (root.kind == SurveyedRoot::Kind::kImage) found.awaits = "loaded";
+      if (root.kind == SurveyedRoot::Kind::kWaiting) found.awaits = "bound";
+    } else if (ContentOf(read.path) == FileContent::kInfo && !IsInfoProperty(line->name)) {
       continue;
     }
-    found.push_back(at);
+    result.lines.push_back(std::move(found));
   }
-  return found;
+  return result;
 }
 
 // What a boot read, and by which keys.
 class WhatWasRead {
  public:
   explicit WhatWasRead(const BootRecord& record) : record_(record) {
-    for (const PropertyFile& file : record.property_files) files_.insert(file.device_path);
-    for (const FileEvent* file : Only<FileEvent>(record)) TakeLookedFor(*file);
+    for (const PropertyFile& file : record.property_files) {
+      if (file.error.empty()) files_.insert(file.device_path);
+    }
+    for (const MountEvent* mount : Only<MountEvent>(record)) {
+      if (mount->error == 0) origins_.AddMount(mount->source, mount->target);
+    }
+    std::set<std::string> imported;
+    for (const PropertyLine* line : Only<PropertyLine>(record)) {
+      if (IsImport(*line)) imported.insert(line->name);
+    }
+    // The library looks for the files and directories of every key that it has.
+    for (const FileEvent* file : Only<FileEvent>(record)) {
+      const bool lists = file->op == FileOp::kList;
+      if ((!lists && file->op != FileOp::kAccess) || imported.count(file->path) != 0) continue;
+      const auto [kind, key] = ParseKeyedPath(lists ? file->path + "/.prop" : file->path);
+      if (!kind.empty()) keys_[kind].insert(key);
+    }
   }
 
   // Empty where the histories of the record have the line, or a hand-over the property.
-  std::string WhyNot(const FoundLine& line) const {
+  std::string WhyNot(const FoundLine& line) {
     if (files_.count(line.path) != 0) {
       // Much of what an info file holds is handed over by some steps only.
       const bool told = ContentOf(line.path) != FileContent::kInfo || IsHandedOver(line.name);
       return told ? "" : "read, but not among what is handed over of this file";
     }
+    if (!line.importer.empty()) {
+      return "not read: no file that was read imports it, as " + line.importer + " does" +
+             NearlyImported(line.path);
+    }
     if (line.root.empty()) return "not read: no step of this boot reads it";
+    if (line.awaits == "quasar") {
+      return "not read: only the special edition's loader, quasar, loads it";
+    }
     if (!line.awaits.empty() && !HasAnyBelow(line.root)) return WhyNotImage(line);
     const auto [kind, key] = ParseKeyedPath(line.path);
     const std::string directory = Dirname(line.path);
@@ -71,42 +115,49 @@ class WhatWasRead {
     if (!kind.empty() && Dirname(directory) == line.root + "/properties/" + key) {
       return WhyNotKeyed(kind, key);
     }
-    if (line.path == line.root + "/build.prop") return "not read: no step of this boot loads it";
+    if (line.path == line.root + "/build.prop") {
+      return "not read: no step of this boot loads it" + NearlyImported(line.path);
+    }
     if (StartsWith(line.path, line.root + "/properties/")) {
       return "not read: no key reaches this directory";
-    }
-    if (line.path == "/my_company/etc/build.prop" ||
-        line.path == "/mnt/vendor/my_company/etc/build.prop") {
-      return "not read: only the special edition's loader, quasar, loads it";
     }
     return "not read: no file that was read imports it" + NearlyImported(line.path);
   }
 
  private:
-  // An import that would name the file, or might, but was not followed; with what stands before it.
-  std::string NearlyImported(const std::string& path) const {
-    for (const PropertyLine* line : Only<PropertyLine>(record_)) {
-      const PropertyFile& file = record_.property_files[line->file];
-      const std::string place = file.device_path + ":" + std::to_string(line->line);
-      const std::string text = android::base::Trim(line->text);
-      if (line->outcome == LineOutcome::kImportNotExpandable) {
-        return "; which file " + place + " imports cannot be told, as it cannot be expanded";
-      }
-      if (!file.filter.empty() && StartsWith(text, "import ") &&
-          text.find(path) != std::string::npos) {
-        return "; " + place +
-               " names it in a file that is read with a filter, which imports nothing";
-      }
-    }
-    return "";
+  static bool IsImport(const PropertyLine& line) {
+    return line.outcome == LineOutcome::kImportFollowed ||
+           line.outcome == LineOutcome::kImportMissing ||
+           line.outcome == LineOutcome::kImportRefused;
   }
 
-  // The library looks for the files and directories of every key that it has.
-  void TakeLookedFor(const FileEvent& file) {
-    if (file.op != FileOp::kAccess && file.op != FileOp::kList) return;
-    const auto [kind, key] =
-        ParseKeyedPath(file.op == FileOp::kList ? file.path + "/.prop" : file.path);
-    if (!kind.empty()) keys_[kind].insert(key);
+  // What would have led to the file but for one thing, or may have; with what stands before it.
+  std::string NearlyImported(const std::string& path) {
+    for (const PropertyFile& file : record_.property_files) {
+      std::string target;
+      if (file.error.empty() || !android::base::Realpath(file.path, &target)) continue;
+      if (target == path && target != file.device_path) {
+        return "; " + file.device_path + " is a link to it, which is not followed";
+      }
+    }
+    std::string filtered, unknown;
+    for (const PropertyLine* line : Only<PropertyLine>(record_)) {
+      const PropertyFile& file = record_.property_files[line->file];
+      const std::string place = PlaceOf(file, line->line);
+      const std::string text = android::base::Trim(line->text);
+      if (line->outcome == LineOutcome::kImportRefused && origins_.Find(line->name) == path) {
+        return "; " + place + " does, but that import is refused";
+      }
+      if (line->outcome == LineOutcome::kImportNotExpandable) {
+        unknown = "; which file " + place + " imports cannot be told, as it cannot be expanded";
+      }
+      const bool names_it = StartsWith(text, "import ") && text.find(path) != std::string::npos;
+      if (!file.filter.empty() && names_it) {
+        filtered =
+            "; " + place + " names it in a file that is read with a filter, which imports nothing";
+      }
+    }
+    return filtered.empty() ? unknown : filtered;
   }
 
   bool IsHandedOver(const std::string& name) const {
@@ -134,11 +185,25 @@ class WhatWasRead {
     const std::set<std::string>& tried = ValueIn(keys_, kind);
     if (tried.count(key) != 0) return "not read: no step of this boot loads it";
     const std::string what = kind == "file" ? "nv, ssv or operator" : kind;
+    if (tried.empty() && !LooksFor(kind)) {
+      return "not read: for " + what + " key " + key + "; no step of this boot looks for such";
+    }
     return "not read: for " + what + " key " + key + "; this boot has " +
            (tried.empty() ? "none" : android::base::Join(tried, ", "));
   }
 
+  // Whether any step does, if it has a key of the kind of path.
+  bool LooksFor(const std::string& kind) const {
+    return std::any_of(record_.steps.begin(), record_.steps.end(), [&](const Step& step) {
+      if (step.name == "simswitch" && !step.argument.empty()) {
+        return strcasestr(step.argument.c_str(), kind.c_str()) != nullptr;
+      }
+      return step.name != "partitions" && step.name != "partition" && step.name != "media";
+    });
+  }
+
   const BootRecord& record_;
+  PathOrigins origins_;
   std::set<std::string> files_;
   std::map<std::string, std::set<std::string>> keys_;  // by kind of path
 };
@@ -152,21 +217,19 @@ bool Matches(const std::string& pattern, const std::string& name) {
 Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern) {
   BootPlan matching = plan;
   matching.keep_line = [&](const std::string& name) { return Matches(pattern, name); };
-  return StartSurvey(matching, [&](const Survey& survey) { return LinesOf(survey, pattern); });
+  return StartSurvey(matching, [](const Survey& survey) -> json { return Search(survey); });
 }
 
-Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search) {
-  Result<json> lines = search->Finish();
-  if (!lines.ok()) return lines.error();
-  return lines->get<std::vector<FoundLine>>();
+Result<SearchResult> FinishSearch(StartedBoot* search) {
+  Result<json> result = search->Finish();
+  if (!result.ok()) return result.error();
+  return result->get<SearchResult>();
 }
 
-Result<std::vector<Setting>> UnreadSettings(StartedBoot* search, const BootRecord& record) {
-  const WhatWasRead read(record);  // while the search goes on
-  Result<std::vector<FoundLine>> lines = FinishSearch(search);
-  if (!lines.ok()) return lines.error();
+std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const BootRecord& record) {
+  WhatWasRead read(record);
   std::vector<Setting> settings;
-  for (const FoundLine& line : *lines) {
+  for (const FoundLine& line : lines) {
     Setting setting;
     setting.why = read.WhyNot(line);
     if (setting.why.empty()) continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,25 +16,31 @@ struct FoundLine {
   unsigned line = 0;
   std::string name;
   std::string value;
-  std::string root;  // the partition or COTA image that the file lies in; empty for a state file
-  // Of a COTA image or module: "loaded" where the properties name it, "bound" where an info file
-  // does, by what has to happen before it is read; else empty.
+  std::string root;  // the partition or COTA image that the file lies in; empty for any other place
+  // What has to happen before the file is read: "loaded" of a COTA image that the properties name,
+  // "bound" of one or a module that an info file does, "quasar" for that loader; else empty.
   std::string awaits = {};
+  std::string importer = {};  // FILE:LINE of the import by which alone the file was found
+};
+
+struct SearchResult {
+  std::vector<FoundLine> lines;
+  std::map<std::string, std::string> unreadable;  // what could not be looked into, and why
 };
 
 // Returns whether the property's name is `pattern` or matches it as a glob.
 bool Matches(const std::string& pattern, const std::string& name);
 
 // Starts a search for the lines that set a property whose name matches `pattern`: in the files
-// below the partitions, images and modules and, for a name that is no glob, in the info and state
-// files. Mapping files have no properties.
+// below the partitions, images and modules, in what they import, and in the info and state files.
+// Mapping files have no properties.
 Result<StartedBoot> StartSearch(const BootPlan& plan, const std::string& pattern);
 
 // Returns what the search found. To be called once.
-Result<std::vector<FoundLine>> FinishSearch(StartedBoot* search);
+Result<SearchResult> FinishSearch(StartedBoot* search);
 
-// Returns what the search finds that the boot of `record` did not read, or handed nothing of over,
+// Returns those of the lines that the boot of `record` did not read, or handed nothing of over,
 // with the reason in `why`.
-Result<std::vector<Setting>> UnreadSettings(StartedBoot* search, const BootRecord& record);
+std::vector<Setting> UnreadSettings(const std::vector<FoundLine>& lines, const BootRecord& record);
 
 }  // namespace extprop

@@ -132,9 +132,12 @@ class TextRenderer {
       return options_.all || Changes(hand_over, entry);
     };
     const auto& entries = hand_over.entries;
-    const auto shown = std::count_if(entries.begin(), entries.end(), is_shown);
+    const auto is_refused = [](const Entry& entry) { return !entry.refused.empty(); };
+    const auto refused = std::count_if(entries.begin(), entries.end(), is_refused);
+    const auto changed = std::count_if(entries.begin(), entries.end(), is_shown) - refused;
     const std::string how = hand_over.mode < 0 ? " replaced" : " changed";
-    if (!options_.all) title += ", " + (shown == 0 ? "none" : std::to_string(shown)) + how;
+    if (!options_.all) title += ", " + (changed == 0 ? "none" : std::to_string(changed)) + how;
+    if (!options_.all && refused != 0) title += fmt::format(", {} refused", refused);
     Line(title);
     for (const Entry& entry : entries) {
       if (is_shown(entry)) RenderEntry(entry);

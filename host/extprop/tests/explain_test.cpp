@@ -182,8 +182,16 @@ TEST_F(CarrierTest, nothing_is_said_that_is_not_so) {
   EXPECT_TRUE(Has(Explain("bad..name"),
                   "]: unset\n    /odm/build.prop:2  [1]  partitions, filled map  refused:"));
   EXPECT_TRUE(Has(Explain("persist.kept"), "overridden by rule: stored property"));
+  // Another carrier's file is the only one to lead to it.
+  tree_.Write("odm/etc/build.nv-other.prop", "ro.nv=2\nimport /odm/etc/nv.cfg\n");
+  tree_.Write("odm/etc/nv.cfg", "ro.cfg=1\n");
+  EXPECT_TRUE(Has(Explain("ro.cfg"), "imports it, as /odm/etc/build.nv-other.prop:2 does"));
+  // Nor is a file that this boot writes for the choice.
+  const std::string first_key = "sys.sim.switch.first --carrier first=westtel";
+  EXPECT_TRUE(Has(Explain(first_key), "  * --carrier first=westtel  [westtel]  persist, mode 0"));
+  EXPECT_TRUE(Has(Explain("ro.first --call partitions"), "no step of this boot looks for such"));
   const std::string all = Explain("'*'");
-  EXPECT_FALSE(Has(all, "EUQ10007]:") || Has(all, "[mount_point") || Has(all, "ro.info")) << all;
+  EXPECT_FALSE(Has(all, "EUQ10007]:") || Has(all, "[mount_point")) << all;
 }
 
 }  // namespace
