@@ -44,7 +44,7 @@ struct BootPlan {
 
 // What is asked of a boot: is called where its record is, in the process of the boot and in its
 // private root, as the boot left it. May throw.
-using Digest = std::function<nlohmann::json(const BootRecord& record)>;
+using Digest = std::function<json(const BootRecord& record)>;
 
 // A boot that goes on in a process of its own.
 class StartedBoot {
@@ -58,7 +58,7 @@ class StartedBoot {
   // private root, the process is ended by a signal, the boot takes longer than the plan allows (the
   // error names the file that it waits for), the resulting tree cannot be kept, or the digest
   // throws. To be called once; a process that was forked since may call it in place of this one.
-  Result<nlohmann::json> Finish();
+  Result<json> Finish();
 
  private:
   explicit StartedBoot(sandbox::RootProcess process) : process_(std::move(process)) {}
@@ -67,7 +67,7 @@ class StartedBoot {
 };
 
 // Starts a boot and finishes it.
-Result<nlohmann::json> RunBoot(const BootPlan& plan, const Digest& digest);
+Result<json> RunBoot(const BootPlan& plan, const Digest& digest);
 
 // Is told why a boot is given up, on a thread of its own; has to end the process.
 using GiveUp = std::function<void(const std::string& error)>;

@@ -19,6 +19,13 @@ const KeyedDirectory* KeyedBy(const std::string& property) {
   return nullptr;
 }
 
+const char* PropertyOf(const std::string& kind) {
+  for (const KeyedDirectory& keyed : kKeyedDirectories) {
+    if (kind == keyed.kind) return keyed.property;
+  }
+  return "";
+}
+
 bool IsKeyProperty(const std::string& name) {
   return KeyedBy(name) != nullptr || name == kOperatorA || name == kOperatorB ||
          name == kBootCarrier;

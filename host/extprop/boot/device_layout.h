@@ -74,6 +74,9 @@ constexpr const char* kImageVerified = "sys.cotaimg.verify";
 // Returns the kind of directory whose keys a property of that name holds, null where none.
 const KeyedDirectory* KeyedBy(const std::string& property);
 
+// Returns the property that holds a key of the kind, "" where there is none.
+const char* PropertyOf(const std::string& kind);
+
 // Returns whether the library takes a carrier key, or a part of one, from a property of that name.
 bool IsKeyProperty(const std::string& name);
 

@@ -33,6 +33,8 @@ bool ReadInput(const std::string& path, std::string* content) {
 Result<Lines> ReadLines(const std::string& path) {
   std::string content;
   if (!ReadInput(path, &content)) return ErrnoError() << "cannot read " << path;
+  // An editor's byte order mark says nothing of the first entry.
+  if (StartsWith(content, "\xef\xbb\xbf[")) content.erase(0, 3);
   Lines lines = android::base::Split(content, "\n");
   // adb shell ends lines with both.
   for (std::string& line : lines) {
@@ -55,7 +57,11 @@ bool BeginsEntry(const std::string& line) {
 size_t EndOfEntry(const Lines& lines, size_t first) {
   if (!BeginsEntry(lines[first])) return first;
   for (size_t end = first + 1; end <= lines.size(); ++end) {
-    if (!EndsWith(lines[end - 1], "]")) continue;
+    if (!EndsWith(lines[end - 1], "]")) {
+      // One that seemed to end in its first line did.
+      if (EndsWith(lines[first], "]") && end < lines.size() && BeginsEntry(lines[end])) break;
+      continue;
+    }
     if (end == lines.size() || IsPassedOver(lines[end]) || BeginsEntry(lines[end]) ||
         StartsWith(lines[end], "------")) {
       return end;
@@ -187,6 +193,11 @@ Result<void> ReadPhone(const std::string& path, Properties* properties) {
 std::string StoredText(const BootRecord& record) {
   Properties kept = record.properties;
   for (const auto& [name, value] : record.initial) kept.try_emplace(name, "");
+  for (const HandOver* hand_over : Only<HandOver>(record)) {
+    for (const Entry& entry : hand_over->entries) {
+      if (entry.value.empty() && entry.refused.empty()) kept.try_emplace(entry.name, "");
+    }
+  }
   std::string text;
   for (const auto& [name, value] : kept) {
     if (!StartsWith(name, kStoredPrefix)) continue;

@@ -31,8 +31,8 @@ Result<void> ReadPhone(const std::string& path, Properties* properties);
 Result<void> ParseAssignment(const std::string& text, Properties* properties);
 
 // Returns what a device has stored after the boot, its "persist." properties, in the form that
-// getprop prints. Those that the boot cleared have no value, so that they replace what the first
-// boot began with.
+// getprop prints. Those that the boot cleared have no value, so that they replace what the
+// partitions set.
 std::string StoredText(const BootRecord& record);
 
 }  // namespace extprop

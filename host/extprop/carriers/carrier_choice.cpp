@@ -56,14 +56,6 @@ void SetIn(const std::string& file, const std::string& name, const std::string& 
   WriteState(file, content.append(name).append("=").append(value).append("\n"));
 }
 
-// Returns the property that a key of the kind is the value of in its file.
-const char* PropertyOf(const std::string& kind) {
-  for (const KeyedDirectory& keyed : kKeyedDirectories) {
-    if (kind == keyed.kind) return keyed.property;
-  }
-  return "";
-}
-
 // Returns the file that holds the key of a choice; "" where none does.
 std::string FileOf(const std::string& kind, const Keys& keys) {
   // Where the SSV key counts there is no first file.
@@ -179,7 +171,8 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
   return together;
 }
 
-Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan) {
+Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan,
+                        const std::string& by) {
   Keys keys;
   for (const auto& [kind, key] : choices) {
     if (!keys.emplace(kind, key).second) return Error() << "a device has only one " << kind;
@@ -193,10 +186,13 @@ Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* pla
   }
   if (keys.empty()) return {};
   SetProperties(keys, plan);
-  plan->prepare = [keys] { WriteStateFiles(keys); };
+  plan->prepare = [keys, before = plan->prepare] {
+    if (before) before();
+    WriteStateFiles(keys);
+  };
   for (const auto& [kind, key] : keys) {
     const std::string file = FileOf(kind, keys);
-    if (!file.empty()) plan->chosen[file] = "--carrier " + CarrierChoice{kind, key}.Text();
+    if (!file.empty()) plan->chosen[file] = by + " " + CarrierChoice{kind, key}.Text();
   }
   return {};
 }

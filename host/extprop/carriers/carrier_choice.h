@@ -42,9 +42,11 @@ std::vector<CarrierChoice> Override(const std::vector<CarrierChoice>& base,
                                     const std::vector<CarrierChoice>& choices);
 
 // Changes `plan` to a boot of the same device with all of `choices` in force, and whatever of the
-// device's own state contradicts them taken away; anything else stays as it is. Call it once, after
-// the plan's steps are known. The error says which choices no device has at once.
-Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan);
+// device's own state, or of an earlier call's, contradicts them taken away; anything else stays as
+// it is. Call it when the plan's steps are known. `by` is what the user knows them by. The error
+// says which choices no device has at once.
+Result<void> PutInForce(const std::vector<CarrierChoice>& choices, BootPlan* plan,
+                        const std::string& by = "--carrier");
 
 // Returns the properties that the choice by itself gives other values to boot with than those of
 // `plan`.

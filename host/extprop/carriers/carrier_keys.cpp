@@ -125,7 +125,7 @@ Result<Found> Ask(const BootPlan& plan, const std::function<Found(const Survey&)
   Result<StartedBoot> survey =
       StartSurvey(plan, [&](const Survey& found) -> json { return find(found); });
   if (!survey.ok()) return survey.error();
-  Result<nlohmann::json> answer = survey->Finish();
+  Result<json> answer = survey->Finish();
   if (!answer.ok()) return answer.error();
   return answer->get<Found>();
 }

@@ -141,12 +141,8 @@ std::string CarrierKeyOrigins::FileChain(const std::string& key, bool again) con
 std::string CarrierKeyOrigins::ChainFor(const std::string& path, bool again) const {
   const auto [kind, key] = ParseKeyedPath(path);
   if (kind == "file") return FileChain(key, again);
-  const char* property = nullptr;
-  for (const KeyedDirectory& keyed : kKeyedDirectories) {
-    if (kind == keyed.kind) property = keyed.property;
-  }
-  if (property == nullptr) return "";
-  return "for " + kind + " key " + key + From(PropertyOrigin(property, key));
+  if (kind.empty()) return "";
+  return "for " + kind + " key " + key + From(PropertyOrigin(PropertyOf(kind), key));
 }
 
 }  // namespace extprop

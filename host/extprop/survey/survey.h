@@ -78,7 +78,7 @@ std::vector<MappingLine> MappingLinesOf(const Survey& survey);
 std::map<std::string, MappedKey> MappingsOf(const Survey& survey, const std::string& file_name);
 
 // What is asked of a survey: is called where it is, as a Digest of a boot.
-using SurveyDigest = std::function<nlohmann::json(const Survey& survey)>;
+using SurveyDigest = std::function<json(const Survey& survey)>;
 
 // Finds and reads the property files that the plan's device has before any boot, in a process of
 // its own. Fails as StartedBoot does; it is an error if the library does not offer its parser.

@@ -164,6 +164,24 @@ TEST_F(BootTest, reads_a_build_prop_and_what_getprop_prints) {
                                                        {"ro.set", "wins"}}));
 }
 
+TEST_F(BootTest, a_phone_keeps_its_carrier_without_its_state_files) {
+  tree_.Write("odm/etc/nvmap.prop", "CARR1=west\n");
+  tree_.Write("odm/properties/west/SimSwitchFirstTime/a.prop", "ro.first=west\n");
+  tree_.Write("odm/properties/west/SimSwitchCurrentTime/a.prop", "ro.current=west\n");
+  // As getprop tells it after the second boot, which converted nothing.
+  other_.Write("phone",
+               "[persist.zone]: [UTC]\n[ro.boot.vmcarrier]: [CARR1]\n[ro.odm]: [spaced value]\n"
+               "[ro.shared]: [manifest]\n[ro.current]: [west]\n[ro.first]: "
+               "[west]\n[ro.sys.customize.flashback.company]: "
+               "[Acme]\n[sys.sim.switch.convert]: [true]\n[sys.sim.switch.current]: [west]\n"
+               "[sys.sim.switch.first]: [west]\n");
+  const std::string phone = other_ / "phone";
+  EXPECT_EQ(RunTool("diff " + tree_.path() + " --phone " + phone + " --against " + phone).out,
+            "only on the phone: 0 that nothing here sets\n");
+  other_.Write("phone", "[ro.a]: [1]\nwarning\n[ro.b]: [2]\n[ro.c]: [3]\n");
+  ExpectRefusal(RunTool("boot " + tree_.path() + " --phone " + phone), 2, ":2: not [NAME]");
+}
+
 TEST_F(BootTest, a_phone_boots_with_what_nothing_here_sets) {
   tree_.Write("mnt/vendor/my_region/build.prop",
               "import /odm/etc/${ro.boot.sku}.prop\nro.vemra.image.my_region.version_name=A-1-2\n");
