@@ -5,6 +5,7 @@
 #include <string>
 
 #include <android-base/result.h>
+#include <android-base/strings.h>
 #include <nlohmann/json.hpp>
 
 // What all rooms of the tool speak in.
@@ -28,6 +29,14 @@ const typename Map::mapped_type& ValueIn(const Map& map, const typename Map::key
 template <typename List>
 bool Has(const List& list, const std::string& text) {
   return std::find(std::begin(list), std::end(list), text) != std::end(list);
+}
+
+// Returns `word` as a shell takes it, quoted where it has to be.
+inline std::string ShellWord(const std::string& word) {
+  constexpr const char* kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./=:,+@%";
+  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) return word;
+  return "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
 }
 
 // Returns `json` as text, on one line where `indent` is -1; bytes that are not UTF-8 become U+FFFD.

@@ -126,7 +126,9 @@ Result<json> PlayAndDigest(const BootPlan& plan, bool had_proc, const Digest& di
     // Never freed, as the process is about to end.
     const auto* record = new BootRecord(PlayHost(plan, library, give_up));
     Result<void> kept;
-    if (plan.keep_fd >= 0) kept = KeepTree(*root, plan.keep_fd, had_proc, *record);
+    // What a boot leaves that did not end is no device's.
+    if (plan.keep_fd >= 0 && ErrorOf(*record).empty())
+      kept = KeepTree(*root, plan.keep_fd, had_proc, *record);
     if (!kept.ok()) return Error() << "cannot keep the resulting tree: " << kept.error();
     return digest(*record);
   } catch (const std::exception& error) {

@@ -38,7 +38,8 @@ struct BootPlan {
   bool opens_fifos = true;  // as on the device, where that may take for ever; else it fails
   std::chrono::seconds timeout = std::chrono::seconds(30);
   std::string title = "the boot";  // in the message where it takes longer
-  // An empty directory that receives the resulting tree (kept_tree.h); not owned, -1 for none.
+  // An empty directory that receives the resulting tree (kept_tree.h) of a boot that is completed;
+  // not owned, -1 for none.
   int keep_fd = -1;
 };
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/extprop/boot/library.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
@@ -106,7 +107,7 @@ std::string WithoutImports(const std::string& path, Lines lines) {
     const bool import = StartsWith(text, "import ");
     if (!import && (IsPassedOver(text) || text.find('=') != std::string::npos)) continue;
     fprintf(stderr, "extprop: warning: %s:%zu: %s: %s\n", path.c_str(), i + 1,
-            import ? "not followed" : "no property", text.c_str());
+            import ? "not followed" : "no property", Visible(text).c_str());
     if (import) lines[i].clear();
   }
   return android::base::Join(lines, '\n');

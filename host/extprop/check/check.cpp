@@ -107,7 +107,7 @@ std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, boo
   std::set<std::string> read;
   for (const Reading& reading : readings) {
     CheckReading(reading, Imports::kOfBoot, library, &findings);
-    read.insert(reading.Path());
+    read.insert({reading.Path(), reading.file->path});
   }
   CheckSetAgain(boot, overrides, &findings);
   for (const auto& [path, error] : Unreadable(boot)) {

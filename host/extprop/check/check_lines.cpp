@@ -118,7 +118,9 @@ void ReadingCheck::CheckImport(const PropertyLine& line) {
   // With another carrier's properties it may be another path.
   const bool depends = imports_ == Imports::kOutermost && line.text.find("${") != std::string::npos;
   if (line.outcome == LineOutcome::kImportMissing) {
-    if (!depends) Report("missing-import", line, line.name + " does not exist");
+    // One that cannot be reached is a finding of its own.
+    const bool hidden = access(line.name.c_str(), F_OK) != 0 && errno == EACCES;
+    if (!depends && !hidden) Report("missing-import", line, line.name + " does not exist");
     return;
   }
   if (line.outcome == LineOutcome::kImportNotExpandable) {

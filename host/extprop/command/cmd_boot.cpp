@@ -33,33 +33,16 @@ Result<unique_fd> OpenKeep(const std::string& path) {
   return fd;
 }
 
-// A copy into what is copied would not end. What is mounted has a second path, hence by identity.
-void RefuseInsideLayers(const std::string& keep, const sandbox::PrivateRootOptions& root) {
-  namespace fs = std::filesystem;
-  std::error_code ignored;
-  for (const sandbox::Layer& layer : root.layers) {
-    if (fs::is_symlink(layer.source, ignored)) continue;
-    for (fs::path above = fs::weakly_canonical(keep); above.has_relative_path();
-         above = above.parent_path()) {
-      if (!fs::equivalent(above, layer.source, ignored)) continue;
-      throw Failure(kBadInput, "--keep " + keep + ": lies in " + layer.source);
-    }
-  }
-}
-
 }  // namespace
 
 int Boot(const Options& options) {
   BootPlan plan = OrFail(kBadInput, MakePlan(options.boot));
   unique_fd keep_fd;
-  RefuseInside("--keep", options.keep, plan.tree);
-  if (!options.keep.empty()) {
-    RefuseInsideLayers(options.keep, plan.device.root);
-    keep_fd = OrFail(kBadInput, OpenKeep(options.keep));
-  }
+  RefuseInside("--keep", options.keep, plan);  // a copy into what is copied would not end
+  if (!options.keep.empty()) keep_fd = OrFail(kBadInput, OpenKeep(options.keep));
   plan.keep_fd = keep_fd.get();
-  RefuseInside("--save-props", options.save_props, plan.tree);
-  RefuseInside("--html", options.html, plan.tree);
+  RefuseInside("--save-props", options.save_props, plan);
+  RefuseInside("--html", options.html, plan);
   plan.lines = !options.html.empty();
 
   const json told = OrFail(

@@ -66,12 +66,12 @@ int OneBuild(const Options& options, const BootPlan& plan) {
 
 // The page and the spreadsheet, in place of any text.
 int WriteTables(const Options& options, const BootPlan& plan) {
-  RefuseInside("--html", options.html, plan.tree);
-  RefuseInside("--csv", options.csv, plan.tree);
+  RefuseInside("--html", options.html, plan);
+  RefuseInside("--csv", options.csv, plan);
   const CarrierTable table =
       OrFail(kFailed, FillCarrierTable(plan, options.boot.carriers, options.jobs, true));
   if (!options.html.empty()) {
-    WriteOutput("--html", options.html, RenderCarriersHtml(plan.tree, table));
+    WriteOutput("--html", options.html, RenderCarriersHtml(options.command_line, plan.tree, table));
   }
   std::ostringstream csv;
   PrintCarriersCsv(table, csv);

@@ -25,7 +25,7 @@ bool AnyAsSevere(const std::vector<Finding>& findings, const std::string& level)
 
 int Check(const Options& options) {
   const BootPlan plan = OrFail(kBadInput, MakePlan(options.boot));
-  RefuseInside("--sarif", options.sarif, plan.tree);
+  RefuseInside("--sarif", options.sarif, plan);
   const bool overrides = options.overrides || Has(options.findings.only, "partition-override");
   std::vector<Finding> findings = OrFail(kTrouble, CheckTree(plan, overrides));
   const size_t left_out = OrFail(kBadInput, Select(options.findings, &findings));

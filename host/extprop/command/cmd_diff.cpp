@@ -15,6 +15,7 @@ namespace {
 Endings BootSide(const BootOptions& options) {
   BootPlan plan = OrFail(kTrouble, MakePlan(options));
   plan.lines = true;
+  plan.title = "the boot of " + plan.tree;
   const json told = OrFail(kTrouble, RunBoot(plan, [&](const BootRecord& record) -> json {
                              const std::string error = ErrorOf(record);
                              return {{"endings", EndingsOf(record)},

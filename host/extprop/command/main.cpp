@@ -31,12 +31,26 @@ void EndOutput(int status) {
   if (!std::cout.flush()) throw Failure(status, "cannot write the standard output");
 }
 
-void RefuseInside(const std::string& option, const std::string& path, const std::string& tree) {
+void RefuseInside(const std::string& option, const std::string& path, const BootPlan& plan) {
   if (path.empty()) return;
-  const std::string inner = fs::weakly_canonical(path).string() + "/";
-  const std::string outer = fs::canonical(tree).string() + "/";
-  if (outer != "//" && inner.compare(0, outer.size(), outer) != 0) return;
-  throw Failure(kBadInput, option + " " + path + ": lies in " + tree);
+  fs::path place = path;
+  std::error_code ignored;
+  // A link that leads to nothing yet is followed too.
+  for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links) {
+    place = place.parent_path() / fs::read_symlink(place, ignored);
+  }
+  std::vector<std::string> shown = {plan.tree};
+  for (const sandbox::Layer& layer : plan.device.root.layers) {
+    if (!fs::is_symlink(layer.source, ignored)) shown.push_back(layer.source);
+  }
+  // What is mounted has a second path, hence by identity.
+  for (fs::path above = fs::weakly_canonical(place); !above.empty(); above = above.parent_path()) {
+    for (const std::string& source : shown) {
+      if (!fs::equivalent(above, source, ignored)) continue;
+      throw Failure(kBadInput, option + " " + path + ": lies in " + source);
+    }
+    if (above == above.root_path()) break;
+  }
 }
 
 void WriteOutput(const std::string& option, const std::string& path, const std::string& text) {
@@ -48,20 +62,20 @@ void WriteOutput(const std::string& option, const std::string& path, const std::
 
 namespace {
 
-// Quotes what a shell would not take as it stands.
-std::string Quoted(const std::string& word) {
-  constexpr const char* kPlain =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./=:,+@%";
-  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) return word;
-  return "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
+// Returns the command of that name, null where there is none.
+const CLI::App* FindCommand(const CLI::App& app, const std::string& name) {
+  const auto has_name = [&](const CLI::App* command) { return command->get_name() == name; };
+  const std::vector<const CLI::App*> named = app.get_subcommands(has_name);
+  return named.empty() ? nullptr : named[0];
 }
 
 int Help(const CLI::App& app, const std::vector<std::string>& names) {
-  try {
-    std::cout << (names.empty() ? app.help() : app.get_subcommand(names[0])->help("extprop"));
-  } catch (const CLI::OptionNotFound&) {
+  if (names.size() > 1) return Fail(kBadInput, "help takes one command");
+  const CLI::App* command = names.empty() ? nullptr : FindCommand(app, names[0]);
+  if (!names.empty() && command == nullptr) {
     return Fail(kBadInput, "help " + names[0] + ": no such command");
   }
+  std::cout << (command == nullptr ? app.help() : command->help("extprop"));
   EndOutput(kFailed);
   return kSuccess;
 }
@@ -75,7 +89,7 @@ int Run(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
   Options options;
   options.command_line = "extprop";
-  for (const std::string& word : words) options.command_line += " " + Quoted(word);
+  for (const std::string& word : words) options.command_line += " " + ShellWord(word);
   options.boot.tree = ".";
   int status = kSuccess;
   AddCommands(&app, &options, &status);
@@ -87,10 +101,15 @@ int Run(int argc, char** argv) {
     PrintCompletions(app, {words.begin() + 1, words.end()});
     return kSuccess;
   }
+  if (!first.empty() && first[0] != '-' && FindCommand(app, first) == nullptr) {
+    return Fail(kBadInput, first + ": no such command");
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
-    return app.exit(asked);
+    app.exit(asked);
+    EndOutput(kFailed);
+    return kSuccess;
   } catch (const CLI::ParseError& error) {
     return Fail(kBadInput, error.what());
   }

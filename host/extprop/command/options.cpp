@@ -141,6 +141,11 @@ void AddCommands(CLI::App* app, Options* options, int* status) {
     command.add_options(added, options);
     DescribeOptions(added, EmbeddedText("boot_options.txt"));
     DescribeOptions(added, help.substr(own, rest - own));
+    // A script's unset variable is no option that was left out.
+    for (CLI::Option* option : added->get_options()) {
+      option->check(
+          [](const std::string& value) { return value.empty() ? "nothing is given" : ""; }, "");
+    }
     added->callback([run = command.run, options, status] { *status = run(*options); });
   }
 }

@@ -45,7 +45,7 @@ std::string CarrierKeyOrigins::PlaceOf(const std::string& file) const {
 void CarrierKeyOrigins::TakeWrite(const FileEvent& file) {
   Setting source;
   if (BareKeyProperty(file.path) != nullptr && file.existed) {
-    SetPlace(file.path, 1, &source);  // it is written anew in the form of today
+    SetPlace(file.device_path, 1, &source);  // it is written anew in the form of today
   } else if (file.path == kForceConnectFile) {
     source.place = "rule: forced connection";
     for (const char* input :

@@ -51,7 +51,9 @@ class PagePacker {
   std::map<std::vector<size_t>, size_t> shapes_;
 };
 
-std::string FillPage(const std::string& file, const json& shown) {
+std::string FillPage(const std::string& command, const std::string& file, json shown) {
+  shown["command"] = command;
+  shown["version"] = EXTPROP_VERSION;
   PagePacker packer;
   const json packed = packer.Pack(shown);
   const std::string data =
@@ -104,14 +106,12 @@ std::string RenderHtml(const std::string& command, const std::string& tree,
   for (const auto& [name, history] : Histories(record)) {
     histories[name] = Brief(history);
   }
-  return FillPage("boot.html", {{"command", command},
-                                {"version", EXTPROP_VERSION},
-                                {"tree", tree},
-                                {"record", Brief(record)},
-                                {"histories", histories}});
+  return FillPage(command, "boot.html",
+                  {{"tree", tree}, {"record", Brief(record)}, {"histories", histories}});
 }
 
-std::string RenderCarriersHtml(const std::string& tree, const CarrierTable& table) {
+std::string RenderCarriersHtml(const std::string& command, const std::string& tree,
+                               const CarrierTable& table) {
   const std::set<std::string> varying = VaryingNames(table);
   Endings by_default = table.by_default;
   for (const std::string& name : varying) by_default.try_emplace(name);
@@ -123,7 +123,7 @@ std::string RenderCarriersHtml(const std::string& tree, const CarrierTable& tabl
     json& cells = keys.emplace_back(ToJson(column.key))["cells"] = json::array();
     for (const auto& [name, ending] : column.differences) AddCell(name, ending, &cells);
   }
-  return FillPage("carriers.html", {{"tree", tree}, {"byDefault", rows}, {"keys", keys}});
+  return FillPage(command, "carriers.html", {{"tree", tree}, {"byDefault", rows}, {"keys", keys}});
 }
 
 void PrintCarriersCsv(const CarrierTable& table, std::ostream& out) {

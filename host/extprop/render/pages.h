@@ -15,8 +15,9 @@ std::string RenderHtml(const std::string& command, const std::string& tree,
                        const BootRecord& record);
 
 // Returns a page that shows each property of `tree` for each carrier key, with the place that set
-// it. It needs no other file.
-std::string RenderCarriersHtml(const std::string& tree, const CarrierTable& table);
+// it, and by which command it was made. It needs no other file.
+std::string RenderCarriersHtml(const std::string& command, const std::string& tree,
+                               const CarrierTable& table);
 
 // Prints, for spreadsheets, a line of names and then one for each property that differs from the
 // default for some key: its name, its value by default and with each key. Lines and quotes are

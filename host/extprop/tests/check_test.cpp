@@ -141,11 +141,14 @@ TEST_F(CheckTest, tells_what_the_boot_makes_of_it) {
   tree_.Write("data/cota/cota_module_info.prop",
               "mount_point=/mnt/cota/fonts\nmodule_type=media\nbind_point=/my_carrier\n");
   tree_.Write("my_carrier/under", "");
+  // The reserve area is what it is behind a link, too.
+  std::filesystem::rename(tree_ / kReserve, tree_ / "reserve");
+  std::filesystem::create_directory_symlink("/reserve", tree_ / "mnt/vendor/vemrareserve");
   EXPECT_EQ(Check(), R"(
-mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
-mnt/vendor/vemrareserve/system/ssv/sim_switch_first_file:1: warning: no partition has a directory properties/sys.sim.switch.current=west [unknown-carrier]
 odm/build.prop:3: warning: 'ro.a' has another value already, which this one replaces (odm/set.prop:1) [duplicate-name]
 odm/etc/build.old.prop: warning: no mapping file leads to 'old', and no operator properties do; only that very SSV key would [unreached-file]
+reserve/system/ssv/sim_switch_first_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
+reserve/system/ssv/sim_switch_first_file:1: warning: no partition has a directory properties/sys.sim.switch.current=west [unknown-carrier]
 0 errors, 4 warnings, 0 notes
 )");
 }

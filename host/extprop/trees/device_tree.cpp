@@ -84,7 +84,7 @@ std::vector<OutgoingLink> LinksOut(const DeviceTree& tree) {
     const fs::path target = fs::read_symlink(Source(tree, path), no_link);
     if (!no_link && LeadsOut(tree, path, target)) found[path] = target;
   };
-  std::vector<std::string> places = tree.root.writable;
+  std::vector<std::string> places(std::begin(kWritable), std::end(kWritable));
   places.insert(places.end(), {"/my_company", "/my_carrier"});
   for (const std::string& partition : kPartitions) places.push_back(PlaceOf(partition));
   std::set<fs::path> roots;
@@ -112,9 +112,13 @@ std::vector<OutgoingLink> LinksOut(const DeviceTree& tree) {
 }
 
 std::string AsGiven(const DeviceTree& tree, const std::string& path) {
-  if (const Partition* partition = PartitionWith(tree, path)) {
-    const char* colon = partition->source == partition->origin ? "" : ":";
-    return partition->origin + colon + path.substr(partition->place.size());
+  const std::string real = WithoutLinks(tree, path);
+  if (const Partition* partition = PartitionWith(tree, real)) {
+    const std::string inside = real.substr(partition->place.size());
+    if (partition->source == partition->origin) return partition->origin + inside;
+    // A super image holds several.
+    const std::string name = fs::path(partition->source).filename();
+    return partition->origin + ":" + (name == kWholeImage ? "" : name) + inside;
   }
   std::string_view directory = tree.directory;
   android::base::ConsumeSuffix(&directory, "/");

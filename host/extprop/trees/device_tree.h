@@ -12,13 +12,20 @@ inline const std::vector<std::string> kPartitions = {
     "odm",        "my_preload", "my_tavlen",  "my_stock",       "my_product", "my_region",
     "my_carrier", "my_bigball", "my_company", "my_engineering", "my_manifest"};
 
+// What the library writes to or deletes from.
+constexpr const char* kWritable[] = {"/data/cota", "/data/system/customize", "/mnt/cota",
+                                     "/mnt/vendor/vemrareserve"};
+
 // Returns where on the device init has mounted a partition when it loads the properties, or "" if
 // there is none of that name.
 std::string PlaceOf(const std::string& partition);
 
+// What an image that is no super image holds has this name where it is unpacked.
+constexpr const char* kWholeImage = "image";
+
 // A partition that stands in the tree as its image or lies elsewhere.
 struct Partition {
-  std::string place;   // on the device
+  std::string place;   // on the device, without links
   std::string origin;  // the directory or image, as the user knows it
   std::string source;  // the directory that has its files: the origin, or the unpacked image
 };
@@ -38,8 +45,8 @@ struct OutgoingLink {
   std::string target;  // as it stands in the link
 };
 
-// Returns the one of `tree.partitions` that has a path of the device, or null where it is the
-// directory that has it.
+// Returns the one of `tree.partitions` that has a path of the device, which has no links, or null
+// where it is the directory that has it.
 const Partition* PartitionWith(const DeviceTree& tree, const std::string& path);
 
 // Returns the path on the device that `path` leads to, whether or not something is there. Links
@@ -51,7 +58,7 @@ std::string WithoutLinks(const DeviceTree& tree, const std::string& path);
 std::string OnWorkstation(const DeviceTree& tree, const std::string& path);
 
 // Returns the links on the way to the partitions, /my_company, /my_carrier and what the library
-// writes to (`tree.root.writable`), and in them, that lead out of the tree, so that on the device
+// writes to (kWritable), and in them, that lead out of the tree, so that on the device
 // nothing is where they lead, or something else: absolute ones whose target the workstation has and
 // the tree has not, and relative ones that climb above the tree. In the order of their paths, which
 // have no links on the way. Reads all directories of these places.

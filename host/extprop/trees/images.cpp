@@ -29,9 +29,8 @@ using android::base::StartsWith;
 using android::base::StringPrintf;
 using android::base::unique_fd;
 
-// As a word of a shell's command line.
-std::string Quoted(const std::string& word) {
-  return "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
+std::string OnOneLine(const std::string& messages) {
+  return std::regex_replace(android::base::Trim(messages), std::regex("\\s*\n\\s*"), "; ");
 }
 
 // Runs a program of the workstation in `directory` and returns what it wrote on its standard error
@@ -40,8 +39,8 @@ std::string Quoted(const std::string& word) {
 Result<std::string> RunProgram(const std::vector<std::string>& command, const std::string& package,
                                const std::string& directory) {
   // An ordinary user's PATH lacks where Debian puts the file systems' tools.
-  std::string line = "cd " + Quoted(directory) + " && PATH=$PATH:/usr/sbin:/sbin LC_ALL=C";
-  for (const std::string& word : command) line += " " + Quoted(word);
+  std::string line = "cd " + ShellWord(directory) + " && PATH=$PATH:/usr/sbin:/sbin LC_ALL=C";
+  for (const std::string& word : command) line += " " + ShellWord(word);
   FILE* errors = popen((line + " 2>&1 >/dev/null </dev/null").c_str(), "re");
   if (errors == nullptr) return ErrnoError() << "cannot start " << command[0];
   std::string text;
@@ -52,9 +51,7 @@ Result<std::string> RunProgram(const std::vector<std::string>& command, const st
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) {
     return Error() << command[0] << " is needed; install the package " << package;
   }
-  const std::regex line_end("\\s*\n\\s*");
-  const std::string messages = std::regex_replace(android::base::Trim(text), line_end, "; ");
-  return Error() << command[0] << ": " << (messages.empty() ? "failed" : messages);
+  return Error() << command[0] << ": " << (text.empty() ? "failed" : OnOneLine(text));
 }
 
 // Unpacks the image of the partition `name`, or a super image. Leaves each partition as a directory
@@ -77,6 +74,9 @@ Result<void> UnpackContainer(const std::string& type, const std::string& image,
     const std::string file = entry.path().stem();
     const std::string own_name = std::regex_replace(file, std::regex("_[ab]$"), "");
     if (name.empty() && PlaceOf(own_name).empty()) continue;
+    if (name.empty() && fs::exists(to + "/" + own_name)) {
+      return Error() << "both slots hold " << own_name << "; --partition names the one to boot";
+    }
     Result<void> unpacked = Unpack(entry.path(), name.empty() ? own_name : name, to);
     if (!unpacked.ok()) return Error() << file << ": " << unpacked.error();
   }
@@ -88,7 +88,9 @@ Result<void> UnpackErofs(const std::string& image, const std::string& name, cons
   Result<std::string> run =
       RunProgram({"fsck.erofs", "--extract=" + to + "/" + name, image}, "erofs-utils", to);
   if (!run.ok()) return run.error();
-  return {};
+  // It ends with 0 where it finds no file system in the image.
+  if (fs::is_directory(to + "/" + name)) return {};
+  return Error() << "fsck.erofs: " << OnOneLine(*run);
 }
 
 // Not by 7zz, which changes where absolute links lead and leaves out others. debugfs ends with 0

@@ -6,9 +6,6 @@
 
 namespace extprop {
 
-// What an image that is no super image holds has this name.
-constexpr const char* kWholeImage = "image";
-
 // Unpacks a partition's image (ext4 or erofs) or a super image, either of them sparse or not, into
 // the user's cache ($XDG_CACHE_HOME or ~/.cache). Returns the directory that has a directory for
 // each of its partitions, of its name without the slot; of a super image, for those whose

@@ -18,10 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using android::base::StringPrintf;
 
-// What the library writes to or deletes from.
-const std::vector<std::string> kWritable = {"/data/cota", "/data/system/customize", "/mnt/cota",
-                                            "/mnt/vendor/vemrareserve"};
-
 bool IsDirectory(const std::string& path) {
   std::error_code ignored;
   return fs::is_directory(path, ignored);
@@ -36,7 +32,7 @@ Result<void> AddPartition(const std::string& name, const std::string& origin,
                           const std::string& source, DeviceTree* tree) {
   // The tree may have a link there, to where the partition is mounted then.
   const std::string place = WithoutLinks(*tree, PlaceOf(name));
-  tree->partitions.push_back({PlaceOf(name), origin, source});
+  tree->partitions.push_back({place, origin, source});
   return ShowWithMounts(place, source, &tree->root);
 }
 
@@ -45,11 +41,12 @@ Result<void> AddNamed(const std::string& argument, DeviceTree* tree) {
   const size_t equals = argument.find('=');
   if (equals == std::string::npos) return Error() << "NAME=DIR or NAME=IMAGE is needed";
   const std::string name = argument.substr(0, equals);
-  const std::string place = PlaceOf(name);
-  if (place.empty()) {
+  if (PlaceOf(name).empty()) {
     return Error() << "no such partition; there are " << android::base::Join(kPartitions, ' ');
   }
-  if (PartitionWith(*tree, place) != nullptr) return Error() << name << " is given twice";
+  if (PartitionWith(*tree, WithoutLinks(*tree, PlaceOf(name))) != nullptr) {
+    return Error() << name << " is given twice";
+  }
   const std::string origin = argument.substr(equals + 1);
   if (IsDirectory(origin)) return AddPartition(name, origin, origin, tree);
   Result<std::string> unpacked = UnpackImage(origin);
@@ -65,7 +62,7 @@ Result<void> AddNamed(const std::string& argument, DeviceTree* tree) {
 // comes first: who has unpacked an image may have changed something in it.
 Result<void> AddFromImage(const std::string& name, DeviceTree* tree) {
   const std::string place = PlaceOf(name);
-  if (PartitionWith(*tree, place) != nullptr) return {};
+  if (PartitionWith(*tree, WithoutLinks(*tree, place)) != nullptr) return {};
   if (HasContent(OnWorkstation(*tree, place))) return {};
   std::error_code ignored;
   std::string image = tree->directory + "/" + name + ".img";
@@ -75,15 +72,17 @@ Result<void> AddFromImage(const std::string& name, DeviceTree* tree) {
   Result<std::string> unpacked = UnpackImage(image);
   if (!unpacked.ok()) return unpacked.error();
   const std::string source = *unpacked + "/" + (own ? kWholeImage : name);
-  return IsDirectory(source) ? AddPartition(name, image, source, tree) : Result<void>();
+  if (IsDirectory(source)) return AddPartition(name, image, source, tree);
+  // A super image need not hold each of them.
+  return own ? Error() << image << " holds no directory" : Result<void>();
 }
 
-// Returns whether `directory`, taken as the device's "/", has a directory where properties are
-// loaded from. Links are followed as on the device.
+// Returns whether `directory`, taken as the device's "/", has anything where properties are loaded
+// from. Links are followed as on the device.
 bool HoldsDevice(const std::string& directory) {
   const DeviceTree tree = {directory};
   return std::any_of(kPartitions.begin(), kPartitions.end(), [&](const std::string& partition) {
-    return IsDirectory(OnWorkstation(tree, PlaceOf(partition)));
+    return HasContent(OnWorkstation(tree, PlaceOf(partition)));
   });
 }
 
@@ -92,7 +91,7 @@ std::string TreeAbove(const std::string& directory) {
   std::error_code ignored;
   fs::path above = fs::canonical(directory, ignored).parent_path();
   // At most from DIR/mnt/vendor/my_product/etc up to DIR.
-  for (int level = 0; level < 4 && above != above.root_path(); ++level) {
+  for (int level = 0; level < 4; ++level) {
     if (HoldsDevice(above)) return above;
     above = above.parent_path();
   }
@@ -112,12 +111,27 @@ std::string WhatWasProbablyMeant(const std::string& directory) {
     // A link at the place itself is what people make to show a partition that lies elsewhere.
     for (const std::string& place : {PlaceOf(partition), "/" + partition}) {
       const std::string path = directory + place;
-      if (IsDirectory(path)) {
+      if (HasContent(path)) {
         return StringPrintf("--partition %s=%s", partition.c_str(), path.c_str());
       }
     }
   }
   return "";
+}
+
+// Warns of partitions that lie beside each other, as a dump leaves them, and not where the device
+// has them. Two have such a place of their own.
+void WarnOfFlatPartitions(const DeviceTree& tree) {
+  for (const std::string& name : kPartitions) {
+    const std::string flat = tree.directory + "/" + name;
+    const bool has_place =
+        PlaceOf(name) == "/" + name || name == "my_company" || name == "my_carrier";
+    if (has_place || !HasContent(flat) || fs::is_symlink(flat)) continue;
+    if (HasContent(OnWorkstation(tree, PlaceOf(name)))) continue;
+    if (PartitionWith(tree, WithoutLinks(tree, PlaceOf(name))) != nullptr) continue;
+    fprintf(stderr, "extprop: warning: %s is not where the device has it; --partition %s=%s\n",
+            flat.c_str(), name.c_str(), flat.c_str());
+  }
 }
 
 }  // namespace
@@ -131,7 +145,6 @@ Result<DeviceTree> OpenTree(const std::string& directory,
     return Error() << directory << ": not a directory; images are given by --partition NAME=IMAGE";
   }
   DeviceTree tree = {directory};
-  tree.root.writable = kWritable;
   Result<void> added = ShowWithMounts("/", directory, &tree.root);
   if (!added.ok()) return added.error();
   for (const std::string& argument : partitions) {
@@ -142,11 +155,15 @@ Result<DeviceTree> OpenTree(const std::string& directory,
     added = AddFromImage(name, &tree);
     if (!added.ok()) return added.error();
   }
-  if (!tree.partitions.empty() || HoldsDevice(directory)) return tree;
+  for (const char* place : kWritable) tree.root.writable.push_back(WithoutLinks(tree, place));
+  if (!tree.partitions.empty() || HoldsDevice(directory)) {
+    WarnOfFlatPartitions(tree);
+    return tree;
+  }
   if (euidaccess(directory.c_str(), R_OK | X_OK) != 0) return ErrnoError() << directory;
   std::string meant = WhatWasProbablyMeant(directory);
   if (!meant.empty()) meant = "; probably meant: " + meant;
-  return Error() << directory << ": no device's files: neither odm nor mnt/vendor/my_* is in it"
+  return Error() << directory << ": no device's files: nothing is in odm or mnt/vendor/my_*"
                  << meant;
 }
 
