@@ -24,9 +24,10 @@ struct PlannedStep {
 bool StartsThread(const PlannedStep& step);
 
 struct BootPlan {
-  std::string tree;     // the device's files, as the user named them; never changed
-  DeviceTree device;    // the same, opened
-  std::string library;  // the path of libextproperty.so; empty to find it
+  std::string tree;                 // the device's files, as the user named them; never changed
+  DeviceTree device;                // the same, opened
+  std::string library;              // the path of libextproperty.so; empty to find it
+  std::vector<std::string> inputs;  // the files that it was made from, beside the tree
   Properties properties;
   std::vector<PlannedStep> steps;
   // Changes the device's files before the boot, in the private root only; may throw.

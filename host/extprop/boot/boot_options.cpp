@@ -76,6 +76,11 @@ Result<void> OpenDevice(const BootOptions& options, BootPlan* plan) {
   plan->tree = options.tree;
   plan->device = std::move(*device);
   plan->library = options.library;
+  plan->inputs = options.property_files;
+  plan->inputs.push_back(options.phone);
+  for (const Partition& partition : plan->device.partitions) {
+    plan->inputs.push_back(partition.origin);
+  }
   plan->timeout = std::chrono::seconds(options.timeout);
   return {};
 }

@@ -5,7 +5,7 @@
 #include "host/extprop/boot/property_input.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/compare.h"
-#include "host/extprop/render/terminal.h"
+#include "host/extprop/render/render_text.h"
 #include "host/extprop/vocabulary.h"
 
 namespace extprop {
@@ -17,6 +17,7 @@ Endings BootSide(const BootOptions& options) {
   plan.lines = true;
   plan.title = "the boot of " + plan.tree;
   const json told = OrFail(kTrouble, RunBoot(plan, [&](const BootRecord& record) -> json {
+                             WarnOfUnreadable(record);
                              const std::string error = ErrorOf(record);
                              return {{"endings", EndingsOf(record)},
                                      {"error", error.empty() ? "" : options.tree + ": " + error}};

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
@@ -13,7 +11,7 @@
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/history.h"
 #include "host/extprop/explain/unread_settings.h"
-#include "host/extprop/render/terminal.h"
+#include "host/extprop/render/render_text.h"
 #include "host/extprop/vocabulary.h"
 
 namespace extprop {
@@ -92,13 +90,7 @@ HistoryMap HistoriesOf(const std::string& pattern, const BootRecord& record, Sta
   for (Setting& setting : UnreadSettings(found.lines, record)) {
     asked[setting.name].push_back(std::move(setting));
   }
-  for (const auto& [path, error] : Unreadable(record)) {
-    if (error != ELOOP) found.unreadable.emplace(path, strerror(error));
-  }
-  for (const auto& [path, why] : found.unreadable) {
-    fprintf(stderr, "extprop: warning: not looked into: %s: %s\n", Visible(path).c_str(),
-            why.c_str());
-  }
+  WarnOfUnreadable(record, found.unreadable);
   return asked;
 }
 

@@ -107,8 +107,9 @@ void RequireWholeBoot(int status, const std::string& error);
 // written.
 void EndOutput(int status);
 
-// Throws a Failure if the path that was given to an option, such as "--html", lies in the plan's
-// tree or in what is shown in it, whichever links lead there. An empty path lies nowhere.
+// Throws a Failure if the path that was given to an option, such as "--html", is an input of the
+// plan or lies in its tree or in what is shown in it, whichever links lead there. An empty path
+// lies nowhere.
 void RefuseInside(const std::string& option, const std::string& path, const BootPlan& plan);
 
 // Writes the file that was given to an option, none for an empty path; throws a Failure where it

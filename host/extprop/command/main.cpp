@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -42,6 +43,10 @@ void RefuseInside(const std::string& option, const std::string& path, const Boot
   std::vector<std::string> shown = {plan.tree};
   for (const sandbox::Layer& layer : plan.device.root.layers) {
     if (!fs::is_symlink(layer.source, ignored)) shown.push_back(layer.source);
+  }
+  for (const std::string& input : plan.inputs) {
+    if (!fs::equivalent(place, input, ignored)) continue;
+    throw Failure(kBadInput, option + " " + path + ": is read as " + input);
   }
   // What is mounted has a second path, hence by identity.
   for (fs::path above = fs::weakly_canonical(place); !above.empty(); above = above.parent_path()) {
@@ -121,6 +126,7 @@ int Run(int argc, char** argv) {
 }  // namespace extprop
 
 int main(int argc, char** argv) {
+  setlocale(LC_CTYPE, "C.UTF-8");
   try {
     return extprop::Run(argc, argv);
   } catch (const extprop::Failure& failure) {

@@ -235,6 +235,16 @@ class TextRenderer {
 
 }  // namespace
 
+void WarnOfUnreadable(const BootRecord& record, std::map<std::string, std::string> others) {
+  for (const auto& [path, error] : Unreadable(record)) {
+    if (error != ELOOP) others.emplace(path, strerror(error));
+  }
+  for (const auto& [path, why] : others) {
+    fprintf(stderr, "extprop: warning: not looked into: %s: %s\n", Visible(path).c_str(),
+            why.c_str());
+  }
+}
+
 void RenderText(const BootRecord& record, const TextOptions& options, std::ostream& out) {
   TextRenderer(options, out).Render(record);
 }

@@ -22,6 +22,10 @@ struct TextOptions {
   std::size_t width = 0;  // in columns; 0 for no limit
 };
 
+// Warns on the standard error stream of what the boot could not read or reach, though it is there,
+// and of `others`, by path. Links that the library does not follow are no surprise.
+void WarnOfUnreadable(const BootRecord& record, std::map<std::string, std::string> others = {});
+
 // Prints the steps with what each did, in order, and what changed in files and mounts. Without
 // `all` a count of everything comes first, and of a hand-over only what it changes is shown; with
 // it the resulting properties are printed as getprop does.

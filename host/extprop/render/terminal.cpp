@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <map>
 #include <numeric>
 #include <utility>
@@ -24,6 +25,10 @@ constexpr size_t kBar = 20;  // the columns of a progress bar
 std::string Environment(const char* name) {
   const char* value = getenv(name);
   return value == nullptr ? "" : value;
+}
+
+std::string Escaped(char byte) {
+  return fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
 }
 
 // How many letters have to be put in, left out or exchanged, whatever their case.
@@ -82,13 +87,25 @@ std::vector<std::string> Wrap(const std::string& text, size_t width, size_t hang
   return lines;
 }
 
-std::string WithoutInvisible(std::string text) {
-  for (const auto& [bytes, name] :
-       {std::pair("\xef\xbb\xbf", "\\xef\\xbb\\xbf"), std::pair("\xc2\xa0", "\\xc2\\xa0"),
-        std::pair("\xe2\x80\x8b", "\\xe2\\x80\\x8b")}) {
-    text = android::base::StringReplace(text, bytes, name, true);
+std::string WithoutInvisible(const std::string& text) {
+  constexpr wchar_t kNoBreakSpace = 0xa0;
+  std::string visible;
+  std::mbstate_t state = {};
+  for (size_t at = 0, length = 0; at < text.size(); at += length) {
+    wchar_t letter = 0;
+    length = std::mbrtowc(&letter, &text[at], text.size() - at, &state);
+    const bool is_text = length <= text.size() - at;
+    if (!is_text) state = {};
+    if (!is_text || length == 0) length = 1;
+    const std::string bytes = text.substr(at, length);
+    const bool is_control = length == 1 && iscntrl(static_cast<unsigned char>(bytes[0])) != 0;
+    if (is_control || (is_text && wcwidth(letter) > 0 && letter != kNoBreakSpace)) {
+      visible += bytes;
+    } else {
+      for (const char byte : bytes) visible += Escaped(byte);
+    }
   }
-  return text;
+  return visible;
 }
 
 std::string Visible(const std::string& text) {
@@ -99,7 +116,7 @@ std::string Visible(const std::string& text) {
     if (name != named.end()) {
       visible += name->second;
     } else if (iscntrl(static_cast<unsigned char>(byte)) != 0) {
-      visible += fmt::format("\\x{:02x}", static_cast<int>(byte));
+      visible += Escaped(byte);
     } else {
       visible += byte;
     }

@@ -34,8 +34,9 @@ std::size_t Columns(const std::string& text);
 // with `hang` blanks. A word that is longer still has a line of its own. 0 means no limit.
 std::vector<std::string> Wrap(const std::string& text, std::size_t width, std::size_t hang);
 
-// Returns `text` with characters that take no room, or a blank's, as bytes in C.
-std::string WithoutInvisible(std::string text);
+// Returns `text` with what takes no room, looks like a blank or is no character as bytes in C;
+// control bytes of ASCII stay. In a locale of UTF-8, as LoadLibrary sets it.
+std::string WithoutInvisible(const std::string& text);
 
 // Returns `text` without such characters on one line: control bytes are written as in C.
 std::string Visible(const std::string& text);

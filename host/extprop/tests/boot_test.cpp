@@ -39,11 +39,9 @@ TEST_F(BootTest, tells_all_that_happened_in_order) {
   const std::string options =
       "--set ro.shared=old --set persist.zone=CET --set ro..shared=x --set persist.odd=\xff\xe4 "
       "--post module_bind_single_boot --post boot_mount_bind_complete";
-  EXPECT_EQ(
-      RunTool(Boot(options + " --all --log error | sed '/failed/d; /^\\[/d' | tr -d '\\377\\344'"))
-          .out,
-      R"(refused to boot with
-    [persist.odd]: []  refused: Value is not a UTF8 encoded string
+  EXPECT_EQ(RunTool(Boot(options + " --all --log error | sed '/failed/d; /^\\[/d'")).out,
+            R"(refused to boot with
+    [persist.odd]: [\xff\xe4]  refused: Value is not a UTF8 encoded string
     [ro..shared]: [x]  refused: not a legal property name
 
 call partitions
