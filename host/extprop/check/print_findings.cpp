@@ -26,16 +26,14 @@ const char* StyleOf(const std::string& severity) {
 
 }  // namespace
 
-void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings,
-                   std::ostream& out) {
+void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
     const std::string severity = KindOf(finding).severity;
-    out << Visible(GivenPlace(tree, finding.at)) << ": "
-        << Coloured(StyleOf(severity), severity + ":") << ' ' << Visible(finding.message);
-    if (!finding.other.path.empty()) {
-      out << " (" << Visible(GivenPlace(tree, finding.other)) << ")";
-    }
-    out << " [" << finding.id << "]\n";
+    const std::string other = GivenPlace(tree, finding.other);
+    Print(Visible(GivenPlace(tree, finding.at)) + ": " +
+          Coloured(StyleOf(severity), severity + ":") + " " + Visible(finding.message) +
+          (finding.other.path.empty() ? "" : " (" + Visible(other) + ")") + " [" + finding.id +
+          "]\n");
   }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -11,7 +10,7 @@
 namespace extprop {
 
 // Prints a line for each, as compilers do. Paths are as the user knows them.
-void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings, std::ostream& out);
+void PrintFindings(const DeviceTree& tree, const std::vector<Finding>& findings);
 
 // Returns how many there are of each severity, such as "1 error, 2 warnings, 0 notes".
 std::string CountFindings(const std::vector<Finding>& findings);

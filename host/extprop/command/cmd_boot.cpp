@@ -53,14 +53,19 @@ int Boot(const Options& options) {
         } else if (options.html.empty()) {
           Severity level = options.all ? Severity::kInfo : Severity::kError;
           if (!options.log.empty()) level = kLogLevels.at(options.log);
-          RenderText(record, {options.all, level, ColourWanted(), TerminalWidth()}, text);
+          RenderText(record, {options.all, level, ColourWanted()}, text);
         }
         return {{"text", text.str()},
                 {"page", plan.lines ? RenderHtml(options.command_line, plan.tree, record) : ""},
                 {"stored", StoredText(record)},
                 {"error", ErrorOf(record)}};
       }));
-  std::cout << told["text"].get<std::string>();
+  const std::string text = told["text"];
+  if (options.json) {
+    std::cout << text;
+  } else {
+    Print(text);
+  }
   EndOutput(kFailed);
   WriteOutput("--html", options.html, told["page"]);
   WriteOutput("--save-props", options.save_props, told["stored"]);

@@ -22,14 +22,14 @@ std::string Head(const CarrierKey& key) {
 void PrintKey(const CarrierKey& key, const std::vector<Difference>& differences, bool stat) {
   const bool count = stat && key.never.empty();
   const std::string end = count ? ": " + std::to_string(differences.size()) : "";
-  std::cout << Coloured(kBold, Head(key) + end) << '\n';
+  Print(Coloured(kBold, Head(key) + end) + "\n");
   if (stat) return;
-  for (const std::string& source : key.sources) std::cout << "  " << Visible(source) << '\n';
-  if (differences.empty() && key.never.empty()) std::cout << "    as by default\n";
+  for (const std::string& source : key.sources) Print("  " + Visible(source) + "\n");
+  if (differences.empty() && key.never.empty()) Print("    as by default\n");
   for (const auto& [name, by_default, with_key] : differences) {
-    std::cout << "    [" << Visible(name) << "]: " << Shown(with_key.value) << "  default "
-              << Shown(by_default.value) << (with_key.place.empty() ? "" : "  ")
-              << Visible(with_key.place) << '\n';
+    Print("    [" + Visible(name) + "]: " + Shown(with_key.value) + "  default " +
+          Shown(by_default.value) + (with_key.place.empty() ? "" : "  ") + Visible(with_key.place) +
+          "\n");
   }
 }
 

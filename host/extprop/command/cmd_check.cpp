@@ -36,7 +36,7 @@ int Check(const Options& options) {
   if (options.json) {
     std::cout << JsonText(FindingsJson(plan.device, findings)) << '\n';
   } else {
-    PrintFindings(plan.device, findings, std::cout);
+    PrintFindings(plan.device, findings);
   }
   EndOutput(kTrouble);
   if (!options.json) {

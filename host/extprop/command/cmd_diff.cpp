@@ -46,11 +46,11 @@ Endings OtherSide(const Options& options) {
 }
 
 void PrintSide(const char* mark, const char* colour, const Ending& ending) {
-  std::cout << Coloured(colour, mark + Shown(ending.value));
-  if (!ending.place.empty()) std::cout << "  " << Visible(ending.place);
-  if (!ending.loader.empty()) std::cout << " (" << Visible(ending.loader) << ')';
-  std::cout << '\n';
-  if (!ending.note.empty()) std::cout << "      " << Visible(ending.note) << '\n';
+  std::string text = Coloured(colour, mark + Shown(ending.value));
+  if (!ending.place.empty()) text += "  " + Visible(ending.place);
+  if (!ending.loader.empty()) text += " (" + Visible(ending.loader) + ")";
+  Print(text + "\n");
+  if (!ending.note.empty()) Print("      " + Visible(ending.note) + "\n");
 }
 
 }  // namespace
@@ -75,7 +75,7 @@ int Diff(const Options& options) {
     std::cout << JsonText({{"differences", ToJson(differences)}, {"left_out", left_out}}) << '\n';
   } else {
     for (const auto& [name, ending_a, ending_b] : differences) {
-      std::cout << '[' << Visible(name) << "]\n";
+      Print("[" + Visible(name) + "]\n");
       PrintSide("  - ", kRed, ending_a);
       PrintSide("  + ", kGreen, ending_b);
     }

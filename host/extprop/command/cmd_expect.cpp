@@ -205,8 +205,8 @@ int Expect(const Options& options) {
   }
   for (const Unmet& one : unmet) {
     if (options.json) continue;
-    std::cout << Visible(one.path) << ':' << one.line << ": " << Coloured(kBoldRed, "error:") << ' '
-              << Visible(one.message) << " [" << one.id << "]\n";
+    Print(Visible(one.path) + ":" + std::to_string(one.line) + ": " + Coloured(kBoldRed, "error:") +
+          " " + Visible(one.message) + " [" + one.id + "]\n");
   }
   EndOutput(kTrouble);
   for (const std::string& error : errors) Fail(kTrouble, error);

@@ -133,7 +133,11 @@ int Explain(const Options& options) {
   const bool found = told["found"];
   std::vector<std::string> nearest;
   if (!found) nearest = Nearest(options.name, plan, told["others"]);
-  std::cout << (found || !options.json ? told["text"].get<std::string>() : JsonOf({}, nearest));
+  if (!options.json) {
+    Print(told["text"]);
+  } else {
+    std::cout << (found ? told["text"].get<std::string>() : JsonOf({}, nearest));
+  }
   EndOutput(kFailed);
   RequireWholeBoot(kFailed, told["error"]);
   if (found) return kSuccess;

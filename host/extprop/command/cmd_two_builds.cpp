@@ -1,3 +1,5 @@
+#include <android-base/format.h>
+
 #include <algorithm>
 #include <iostream>
 #include <map>
@@ -158,17 +160,17 @@ BuildComparison CompareBuilds(const Build& a, const Build& b) {
 
 void PrintSide(const char* mark, const BuildSide& side) {
   const auto& [value, places] = side;
-  std::cout << mark << Shown(value);
-  if (!places.empty()) std::cout << "  " << Visible(*places.begin());
-  if (places.size() > 1) std::cout << " and " << places.size() - 1 << " more";
-  std::cout << '\n';
+  std::string text = mark + Shown(value);
+  if (!places.empty()) text += "  " + Visible(*places.begin());
+  if (places.size() > 1) text += " and " + std::to_string(places.size() - 1) + " more";
+  Print(text + "\n");
 }
 
 void PrintDifferences(const std::string& head, const BuildDifferences& differences, bool stat) {
-  std::cout << Coloured(kBold, head + ": " + std::to_string(differences.size())) << '\n';
+  Print(Coloured(kBold, head + ": " + std::to_string(differences.size())) + "\n");
   if (stat) return;
   for (const auto& [name, sides] : differences) {
-    std::cout << "  [" << Visible(name) << "]\n";
+    Print("  [" + Visible(name) + "]\n");
     PrintSide("    - ", sides.a);
     PrintSide("    + ", sides.b);
   }
@@ -180,7 +182,7 @@ std::string Listed(const std::vector<CarrierChoice>& keys) {
   return list;
 }
 
-void Print(const BuildComparison& comparison, bool stat) {
+void PrintComparison(const BuildComparison& comparison, bool stat) {
   const auto& [everywhere, groups, keys, only_a, only_b, errors] = comparison;
   if (!everywhere.empty()) PrintDifferences("every carrier", everywhere, stat);
   size_t different = 0;
@@ -188,11 +190,12 @@ void Print(const BuildComparison& comparison, bool stat) {
     PrintDifferences(Listed(group.keys), group.differences, stat);
     different += group.keys.size() - (group.keys.front().kind.empty() ? 1 : 0);
   }
-  if (!only_a.empty()) std::cout << Coloured(kBold, "only in A: " + Listed(only_a)) << '\n';
-  if (!only_b.empty()) std::cout << Coloured(kBold, "only in B: " + Listed(only_b)) << '\n';
-  std::cout << "keys in both builds: " << keys << ", with differences: " << different << " in "
-            << Count(groups.size(), "group") << "; only in A: " << only_a.size()
-            << ", only in B: " << only_b.size() << '\n';
+  if (!only_a.empty()) Print(Coloured(kBold, "only in A: " + Listed(only_a)) + "\n");
+  if (!only_b.empty()) Print(Coloured(kBold, "only in B: " + Listed(only_b)) + "\n");
+  Print(
+      fmt::format("keys in both builds: {}, with differences: {} in {}; only in A: {}, only in B: "
+                  "{}\n",
+                  keys, different, Count(groups.size(), "group"), only_a.size(), only_b.size()));
 }
 
 }  // namespace
@@ -207,7 +210,7 @@ int TwoBuilds(const Options& options, const BootPlan& a) {
     const json all = compared;
     std::cout << JsonText(all, options.json ? 2 : -1) << '\n';
   } else {
-    Print(compared, options.stat);
+    PrintComparison(compared, options.stat);
   }
   EndOutput(kTrouble);
   for (const std::string& error : compared.errors) Fail(kTrouble, error);

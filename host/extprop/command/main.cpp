@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "host/extprop/command/commands.h"
+#include "host/extprop/render/terminal.h"
 
 namespace extprop {
 
@@ -80,7 +81,7 @@ int Help(const CLI::App& app, const std::vector<std::string>& names) {
   if (!names.empty() && command == nullptr) {
     return Fail(kBadInput, "help " + names[0] + ": no such command");
   }
-  std::cout << (command == nullptr ? app.help() : command->help("extprop"));
+  Print(command == nullptr ? app.help() : command->help("extprop"));
   EndOutput(kFailed);
   return kSuccess;
 }

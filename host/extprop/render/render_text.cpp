@@ -101,9 +101,7 @@ class TextRenderer {
   TextRenderer(const TextOptions& options, std::ostream& out) : options_(options), out_(out) {}
 
   void Render(const BootRecord& record) {
-    if (!options_.all) {
-      for (const auto& line : Wrap(Summary(record), options_.width, 0)) out_ << line << '\n';
-    }
+    if (!options_.all) out_ << Summary(record) << '\n';
     first_ = options_.all;
     if (!record.refused.empty()) Heading("refused to boot with");
     for (const Entry& entry : record.refused) RenderEntry(entry);
@@ -207,20 +205,9 @@ class TextRenderer {
     Put(2, text, note + (note.empty() || !thread_ ? "" : "  ") + thread, style);
   }
 
-  // The notes go below the text where they do not fit behind it.
   void Put(size_t indent, const std::string& text, const std::string& note, const char* style) {
-    const std::string line = std::string(indent, ' ') + text;
-    const size_t hang = indent + 4;
-    const bool beside = options_.width == 0 || Columns(line) + 2 + Columns(note) <= options_.width;
-    std::vector<std::string> parts = Wrap(line, options_.width, hang);
-    for (std::string& part : parts) part = Styled(style, part);
-    if (!note.empty() && beside) parts.back() += "  " + Styled(kDim, note);
-    if (!note.empty() && !beside) {
-      for (const std::string& part : Wrap(std::string(hang, ' ') + note, options_.width, hang)) {
-        parts.push_back(Styled(kDim, part));
-      }
-    }
-    for (const std::string& part : parts) out_ << part << '\n';
+    out_ << std::string(indent, ' ') << Styled(style, text);
+    out_ << (note.empty() ? "" : "  " + Styled(kDim, note)) << '\n';
   }
 
   std::string Styled(const char* style, const std::string& text) const {

@@ -19,7 +19,6 @@ struct TextOptions {
   bool all = false;                 // every property, not only what changed
   Severity log = Severity::kError;  // the lowest that is shown; kVerbose shows reads as well
   bool colour = false;
-  std::size_t width = 0;  // in columns; 0 for no limit
 };
 
 // Warns on the standard error stream of what the boot could not read or reach, though it is there,

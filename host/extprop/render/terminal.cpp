@@ -12,8 +12,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <iostream>
 #include <map>
 #include <numeric>
+#include <sstream>
 #include <utility>
 
 namespace extprop {
@@ -46,6 +48,43 @@ size_t Distance(const std::string& a, const std::string& b) {
   return row.back();
 }
 
+// Returns the columns of the terminal that a descriptor leads to; 0 where it is none.
+size_t TerminalWidth(int fd) {
+  winsize size = {};
+  return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+std::string Wrapped(const std::string& line, size_t width) {
+  const size_t indent = std::min(line.find_first_not_of(' '), line.size());
+  std::string wrapped = line.substr(0, indent), word;
+  size_t column = indent, word_columns = 0;
+  bool in_style = false;
+  // A word has its blanks before it.
+  const auto end_word = [&] {
+    const size_t blanks = std::min(word.find_first_not_of(' '), word.size());
+    if (column > indent && column + word_columns > width && blanks < word.size()) {
+      wrapped += "\n" + std::string(indent + 4, ' ');
+      column = indent + 4;
+      word.erase(0, blanks);
+      word_columns -= blanks;
+    }
+    wrapped += word;
+    column += word_columns;
+    word.clear();
+    word_columns = 0;
+  };
+  for (const char byte : line.substr(indent)) {
+    if (byte == ' ' && !word.empty() && word.back() != ' ') end_word();
+    word += byte;
+    // What sets a style takes no room, nor does what continues a character in UTF-8.
+    in_style = in_style || byte == '\033';
+    if (!in_style && (static_cast<unsigned char>(byte) & 0xc0) != 0x80) ++word_columns;
+    if (byte == 'm') in_style = false;
+  }
+  end_word();
+  return wrapped;
+}
+
 }  // namespace
 
 bool ColourWanted() {
@@ -58,33 +97,14 @@ std::string Coloured(const char* style, const std::string& text) {
   return wanted ? "\033[" + std::string(style) + "m" + text + "\033[0m" : text;
 }
 
-size_t TerminalWidth(int fd) {
-  winsize size = {};
-  return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
-
-size_t Columns(const std::string& text) {
-  // All but what continues a character in UTF-8.
-  const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; };
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins));
-}
-
-std::vector<std::string> Wrap(const std::string& text, size_t width, size_t hang) {
-  std::vector<std::string> lines = {text};
-  const size_t first_word = text.find_first_not_of(' ');
-  for (size_t from = first_word; width > 0 && Columns(lines.back()) > width; from = hang) {
-    std::string& line = lines.back();
-    size_t blank = line.find(' ', from);
-    for (size_t next = blank; next != std::string::npos; next = line.find(' ', next + 1)) {
-      if (Columns(line.substr(0, next)) <= width) blank = next;
-    }
-    const size_t rest = line.find_first_not_of(' ', blank);
-    if (rest == std::string::npos) break;
-    std::string next_line = std::string(hang, ' ') + line.substr(rest);
-    line.resize(blank);
-    lines.push_back(std::move(next_line));
+void Print(const std::string& text) {
+  const size_t width = TerminalWidth(STDOUT_FILENO);
+  if (width == 0) {
+    std::cout << text;
+    return;
   }
-  return lines;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) std::cout << Wrapped(line, width) << '\n';
 }
 
 std::string WithoutInvisible(const std::string& text) {

@@ -23,16 +23,10 @@ bool ColourWanted();
 // Returns `text` for the standard output, in that style where ColourWanted().
 std::string Coloured(const char* style, const std::string& text);
 
-// Returns the columns of the terminal that a descriptor, by default the standard output, leads to;
-// 0 where it is none.
-std::size_t TerminalWidth(int fd = 1);
-
-// Returns how many columns `text` takes, which has no control bytes.
-std::size_t Columns(const std::string& text);
-
-// Returns `text` as lines of at most `width` columns, broken at blanks; those after the first begin
-// with `hang` blanks. A word that is longer still has a line of its own. 0 means no limit.
-std::vector<std::string> Wrap(const std::string& text, std::size_t width, std::size_t hang);
+// Prints `text` on the standard output, all output of the commands for people. On a terminal lines
+// that are too long are broken at blanks, and go on four columns behind where they begin; a word
+// that is longer still has a line of its own.
+void Print(const std::string& text);
 
 // Returns `text` with what takes no room, looks like a blank or is no character as bytes in C;
 // control bytes of ASCII stay. In a locale of UTF-8, as LoadLibrary sets it.
