@@ -77,10 +77,11 @@ json CheckSurvey(const Library& library, const Survey& survey) {
     others.Add("unreachable-directory", {directory.path},
                "it is never looked into for the key " + Quoted(directory.key));
   }
-  for (const auto& [path, file] : survey.files) {
+  for (const auto& each : survey.files) {
+    const std::string& path = each.first;
     const auto holds = [&](const std::string& directory) { return StartsWith(path, directory); };
-    if (file.kind != FileKind::kOther || imported.count(path) != 0) continue;
-    if (!holds(survey.roots[file.root].path + "/properties/")) continue;
+    if (each.second.kind != FileKind::kOther || imported.count(path) != 0) continue;
+    if (!holds(survey.roots[each.second.root].path + "/properties/")) continue;
     if (std::any_of(unreachable.begin(), unreachable.end(), holds)) continue;
     files.Add("unreached-file", {path},
               "no key leads here: a carrier's files lie in properties/KEY/KIND, and nothing that "

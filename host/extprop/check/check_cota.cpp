@@ -23,7 +23,7 @@ bool Exists(const std::string& path) {
 class CotaCheck {
  public:
   CotaCheck(const BootRecord& boot, const Step& step, Findings* findings)
-      : boot_(boot), step_(step), findings_(*findings) {
+      : step_(step), findings_(*findings) {
     for (const PropertyLine* line : Only<PropertyLine>(step.events)) {
       const std::string& path = boot.property_files[line->file].device_path;
       if (Sets(*line) && Has(kInfoFiles, path)) lines_[path].push_back(line);
@@ -96,7 +96,6 @@ class CotaCheck {
     return {kBootPath};
   }
 
-  const BootRecord& boot_;
   const Step& step_;
   Findings& findings_;
   std::map<std::string, std::vector<const PropertyLine*>> lines_;  // by file

@@ -45,15 +45,16 @@ void RefuseInside(const std::string& option, const std::string& path, const Boot
   for (const sandbox::Layer& layer : plan.device.root.layers) {
     if (!fs::is_symlink(layer.source, ignored)) shown.push_back(layer.source);
   }
+  const std::string given = option + " " + path;
   for (const std::string& input : plan.inputs) {
-    if (!fs::equivalent(place, input, ignored)) continue;
-    throw Failure(kBadInput, option + " " + path + ": is read as " + input);
+    if (fs::equivalent(place, input, ignored))
+      throw Failure(kBadInput, given + ": is an input too");
   }
   // What is mounted has a second path, hence by identity.
   for (fs::path above = fs::weakly_canonical(place); !above.empty(); above = above.parent_path()) {
     for (const std::string& source : shown) {
-      if (!fs::equivalent(above, source, ignored)) continue;
-      throw Failure(kBadInput, option + " " + path + ": lies in " + source);
+      const std::string message = given + ": lies in ";
+      if (fs::equivalent(above, source, ignored)) throw Failure(kBadInput, message + source);
     }
     if (above == above.root_path()) break;
   }

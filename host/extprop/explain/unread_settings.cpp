@@ -50,20 +50,20 @@ SearchResult Search(const Survey& survey) {
     if (!Sets(*line) || outermost == FileKind::kMapping) continue;
     FoundLine found = {path, line->line, line->name, line->value, ""};
     const auto surveyed = survey.files.find(path);
-    if (surveyed == survey.files.end()) {
+    const bool imported = read.importer != kNoImporter;
+    // What is imported and surveyed has been read by itself too.
+    if (imported == (surveyed != survey.files.end())) continue;
+    if (ContentOf(read.path) == FileContent::kInfo && !IsInfoProperty(line->name)) continue;
+    if (imported) {
       // Only imports lead to it; the first one is as good as any.
       if (!by_import.insert({path, line->line}).second) continue;
       found.importer = PlaceOf(files[read.importer], read.import_line);
-    } else if (read.importer != kNoImporter) {
-      continue;
     } else if (surveyed->second.kind != FileKind::kState) {
       const SurveyedRoot& root = survey.roots[surveyed->second.root];
       found.root = root.path;
       if (path == special_edition) found.awaits = "quasar";
       if (root.kind == SurveyedRoot::Kind::kImage) found.awaits = "loaded";
       if (root.kind == SurveyedRoot::Kind::kWaiting) found.awaits = "bound";
-    } else if (ContentOf(read.path) == FileContent::kInfo && !IsInfoProperty(line->name)) {
-      continue;
     }
     result.lines.push_back(std::move(found));
   }

@@ -74,7 +74,7 @@ Result<void> UnpackContainer(const std::string& type, const std::string& image,
     const std::string file = entry.path().stem();
     const std::string own_name = std::regex_replace(file, std::regex("_[ab]$"), "");
     if (name.empty() && PlaceOf(own_name).empty()) continue;
-    if (name.empty() && fs::exists(to + "/" + own_name)) {
+    if (name.empty() && fs::exists(fs::path(to) / own_name)) {
       return Error() << "both slots hold " << own_name << "; --partition names the one to boot";
     }
     Result<void> unpacked = Unpack(entry.path(), name.empty() ? own_name : name, to);
