@@ -1,7 +1,6 @@
 #include "host/extprop/boot/recorder.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <android-base/file.h>
@@ -12,10 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
-#include <tuple>
 
 #include "host/extprop/vocabulary.h"
 #include "host/platform/system_properties.h"
@@ -76,11 +72,6 @@ std::string FirstBytes(int fd) {
   const ssize_t count = pread(fd, bytes.data(), bytes.size(), 0);
   bytes.resize(count < 0 ? 0 : static_cast<size_t>(count));
   return bytes;
-}
-
-bool Same(const FileState& one, const FileState& other) {
-  return one.type == other.type && one.mode == other.mode && one.uid == other.uid &&
-         one.gid == other.gid;
 }
 
 // Without a system call for every event. 0: not asked for yet.
@@ -171,7 +162,7 @@ BootRecord Recorder::Finish() {
   std::lock_guard<std::mutex> guard(lock_);
   finished_ = true;
   CloseStep();
-  FindChanges();
+  record_.files = changed_files_.Find();
   for (auto& [name, value] : device::AllProperties()) {
     if (value.empty()) continue;
     record_.properties.emplace_hint(record_.properties.end(), name, std::move(value));
@@ -187,9 +178,7 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
   if (call.call == watch::Call::kPropertySet) value_before = device::PropertyValue(call.path);
   if (Changes(call)) {
     std::lock_guard<std::mutex> guard(lock_);
-    const std::string path = PathOf(call);
-    existed_before = !StateOf(path).type.empty();
-    if (touched_.count(path) == 0) touched_[path] = Look(path);
+    existed_before = changed_files_.Touch(PathOf(call));
   }
   std::error_code ignored;
   watch::Verdict verdict;
@@ -206,9 +195,9 @@ void Recorder::After(const watch::PlatformCall& call, long result, int error) {
   if (finished_ || record_.steps.empty()) return;
   const bool failed = call.call == watch::Call::kPropertySet ? result != 0 : result < 0;
   if (call.call == watch::Call::kLchown && !failed && error != 0) {
-    owners_[PathOf(call)] = {call.owner, call.group};
+    changed_files_.SetOwner(PathOf(call), call.owner, call.group);
   }
-  if (call.call == watch::Call::kUnlink && !failed) owners_.erase(PathOf(call));
+  if (call.call == watch::Call::kUnlink && !failed) changed_files_.Forget(PathOf(call));
   if (!failed) error = 0;
   switch (call.call) {
     case watch::Call::kOpen: {
@@ -349,47 +338,14 @@ void Recorder::CloseStep() {
     auto* file = std::get_if<FileEvent>(&event.what);
     if (file == nullptr) continue;
     if (file->op == FileOp::kWrite || file->op == FileOp::kMkdir || file->op == FileOp::kChown) {
-      file->after = StateOf(file->device_path);
+      file->after = changed_files_.StateOf(file->device_path);
     }
-  }
-}
-
-void Recorder::FindChanges() {
-  for (const auto& [path, before] : touched_) {
-    const Snapshot now = Look(path);
-    if (Same(before.state, now.state) && before.content == now.content) continue;
-    const char* change = before.state.type.empty() ? "added" : "changed";
-    record_.files.push_back({now.state.type.empty() ? "removed" : change, path, now.state});
   }
 }
 
 // One path for one file. The calls that change something follow no link at the path's end.
 std::string Recorder::PathOf(const watch::PlatformCall& call) {
   return Changes(call) ? path_origins_.Find(call.path) : call.path;
-}
-
-FileState Recorder::StateOf(const std::string& path) const {
-  FileState state;
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return state;
-  state.type = S_ISREG(status.st_mode) ? "file" : S_ISDIR(status.st_mode) ? "directory" : "other";
-  if (S_ISREG(status.st_mode)) state.size = status.st_size;
-  state.mode = status.st_mode & 07777;
-  state.uid = status.st_uid;
-  state.gid = status.st_gid;
-  if (const auto owner = owners_.find(path); owner != owners_.end()) {
-    std::tie(state.uid, state.gid) = owner->second;
-  }
-  return state;
-}
-
-Recorder::Snapshot Recorder::Look(const std::string& path) const {
-  Snapshot snapshot;
-  snapshot.state = StateOf(path);
-  if (snapshot.state.type != "file") return snapshot;
-  std::ifstream stream(path, std::ios::binary);
-  snapshot.content.assign(std::istreambuf_iterator<char>(stream), {});
-  return snapshot;
 }
 
 }  // namespace extprop

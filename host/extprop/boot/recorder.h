@@ -11,6 +11,7 @@
 
 #include "extproperty/init_extension_property.h"
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/boot/changed_files.h"
 #include "host/extprop/boot/path_origins.h"
 #include "host/watch/platform_calls.h"
 
@@ -62,12 +63,6 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   void ReadLine(const android::init::PropertyLine& line) override;
 
  private:
-  // What stood at a path before the library first touched it.
-  struct Snapshot {
-    FileState state;
-    std::string content;
-  };
-
   Recorder(const BootPlan& plan, const Library& library);
   void Add(decltype(Event::what) what);
   void AddFile(FileOp op, const watch::PlatformCall& call, int error);
@@ -76,10 +71,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   size_t NumberOf(const android::init::PropertyMap* map);
   std::string Refusal(const std::string& name, const std::string& value) const;
   void CloseStep();
-  void FindChanges();
-  Snapshot Look(const std::string& path) const;
   std::string PathOf(const watch::PlatformCall& call);
-  FileState StateOf(const std::string& path) const;
 
   pid_t host_thread_;
   const BootPlan& plan_;
@@ -90,12 +82,10 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   Properties stored_;
   bool stored_loaded_ = false;
   std::map<pid_t, watch::PlatformCall> under_way_;  // each thread's open or read
-  std::map<std::string, Snapshot> touched_;
+  ChangedFiles changed_files_;
   PathOrigins path_origins_;
   std::map<const android::init::PropertyMap*, size_t> maps_;  // their numbers
   size_t map_count_ = 0;
-  // Who owns the files that only a device's root could give away.
-  std::map<std::string, std::pair<uid_t, gid_t>> owners_;
   pid_t bind_thread_ = 0;
   size_t requests_served_ = 0;
 };

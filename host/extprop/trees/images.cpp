@@ -75,7 +75,7 @@ Result<void> UnpackContainer(const std::string& type, const std::string& image,
     const std::string own_name = std::regex_replace(file, std::regex("_[ab]$"), "");
     if (name.empty() && PlaceOf(own_name).empty()) continue;
     if (name.empty() && fs::exists(fs::path(to) / own_name)) {
-      return Error() << "both slots hold " << own_name << "; --partition names the one to boot";
+      return Error() << "both slots hold " << own_name << ", and nothing tells which one boots";
     }
     Result<void> unpacked = Unpack(entry.path(), name.empty() ? own_name : name, to);
     if (!unpacked.ok()) return Error() << file << ": " << unpacked.error();
