@@ -1,4 +1,4 @@
-#include "host/extprop/check/check.h"
+#include "host/extprop/check/checks.h"
 
 #include <android-base/strings.h>
 
@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "host/extprop/boot/device_layout.h"
-#include "host/extprop/check/checks.h"
 #include "host/extprop/trees/device_tree.h"
 
 namespace extprop {

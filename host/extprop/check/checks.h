@@ -5,14 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "host/extprop/boot/boot_record.h"
-#include "host/extprop/boot/library.h"
+#include "host/extprop/boot/boot.h"
 #include "host/extprop/check/findings.h"
 #include "host/extprop/survey/survey.h"
 
 // The checks, a file for each group of findings. Each adds what it finds to `*findings`; `readings`
 // are those of the record.
 namespace extprop {
+
+// Boots the plan's tree, reads the property files that this boot had no reason to read, and returns
+// what came up, in the order of path and line. Overrides between partitions are many and meant, so
+// they are told only if asked for. Fails as RunBoot does.
+Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides);
 
 // One reading of a property file, with the lines but of a file that the boot itself had written.
 struct Reading {

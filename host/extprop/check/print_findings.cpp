@@ -1,4 +1,4 @@
-#include "host/extprop/check/print_findings.h"
+#include "host/extprop/check/findings.h"
 
 #include <android-base/strings.h>
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "host/extprop/check/print_findings.h"
+#include "host/extprop/check/findings.h"
 #include "host/extprop/vocabulary.h"
 
 namespace extprop {

@@ -50,7 +50,7 @@ int OneBuild(const Options& options, const BootPlan& plan) {
     }
     if (options.json || options.json_lines) {
       json object = ToJson(key);
-      object["differences"] = ToJson(differences);
+      object["differences"] = differences;
       if (options.json) std::cout << std::exchange(before, ",\n");
       std::cout << JsonText(object, -1) << (options.json ? "" : "\n");
     } else {

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "host/extprop/check/check.h"
-#include "host/extprop/check/print_findings.h"
+#include "host/extprop/check/checks.h"
+#include "host/extprop/check/findings.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/terminal.h"
 #include "host/extprop/vocabulary.h"

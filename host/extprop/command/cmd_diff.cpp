@@ -72,7 +72,7 @@ int Diff(const Options& options) {
   const auto left_out = differences.end() - kept;
   differences.erase(kept, differences.end());
   if (options.json) {
-    std::cout << JsonText({{"differences", ToJson(differences)}, {"left_out", left_out}}) << '\n';
+    std::cout << JsonText({{"differences", differences}, {"left_out", left_out}}) << '\n';
   } else {
     for (const auto& [name, ending_a, ending_b] : differences) {
       Print("[" + Visible(name) + "]\n");

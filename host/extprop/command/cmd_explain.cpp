@@ -67,8 +67,7 @@ void Print(const std::string& name, const History& history, std::ostream& out) {
 std::string JsonOf(const HistoryMap& asked, const std::vector<std::string>& nearest) {
   json properties = json::array();
   for (const auto& [name, history] : asked) {
-    properties.push_back(
-        {{"name", name}, {"value", ValueOf(history)}, {"settings", ToJson(history)}});
+    properties.push_back({{"name", name}, {"value", ValueOf(history)}, {"settings", history}});
   }
   return JsonText({{"properties", properties}, {"nearest", nearest}}) + "\n";
 }

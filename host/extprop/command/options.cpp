@@ -4,7 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/extprop/boot/loaders.h"
-#include "host/extprop/check/check.h"
+#include "host/extprop/check/checks.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/render/embedded.h"
 #include "host/extprop/render/render_text.h"

@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "host/extprop/boot/boot_record.h"
-#include "host/extprop/explain/setting.h"
+#include "host/extprop/explain/history.h"
 
 namespace extprop {
 

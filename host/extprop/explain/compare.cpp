@@ -4,8 +4,6 @@
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Difference, name, a, b)
-
 namespace {
 
 Ending EndingOf(const History& history) {
@@ -52,10 +50,6 @@ std::vector<Difference> Compare(const Endings& a, const Endings& b) {
     found.name = name;
     if (found.a.value != found.b.value) differences.push_back(std::move(found));
   }
-  return differences;
-}
-
-json ToJson(const std::vector<Difference>& differences) {
   return differences;
 }
 

@@ -34,9 +34,9 @@ struct Difference {
   Ending b;
 };
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Difference, name, a, b)
+
 // Returns the properties that have other values in the one than in the other, by name.
 std::vector<Difference> Compare(const Endings& a, const Endings& b);
-
-json ToJson(const std::vector<Difference>& differences);
 
 }  // namespace extprop

@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "host/extprop/explain/setting.h"
+#include "host/extprop/explain/history.h"
 
 namespace extprop {
 

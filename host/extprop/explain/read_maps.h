@@ -9,7 +9,7 @@
 
 #include "host/extprop/boot/boot_record.h"
 #include "host/extprop/boot/device_layout.h"
-#include "host/extprop/explain/setting.h"
+#include "host/extprop/explain/history.h"
 
 namespace extprop {
 

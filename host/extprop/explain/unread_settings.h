@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/extprop/boot/boot.h"
-#include "host/extprop/explain/setting.h"
+#include "host/extprop/explain/history.h"
 #include "host/extprop/vocabulary.h"
 
 namespace extprop {

@@ -80,7 +80,7 @@ json Brief(const BootRecord& record) {
 
 // Without what the rest tells.
 json Brief(const History& history) {
-  json brief = ToJson(history);
+  json brief = history;
   for (json& setting : brief) {
     setting.erase("name");
     if (setting["file"] != "") setting.erase("place");
