@@ -173,7 +173,7 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
 
 Result<StartedBoot> StartedBoot::Start(const BootPlan& plan, const Digest& digest) {
   // Both before the private root hides them.
-  const bool had_proc = access((plan.tree + "/proc").c_str(), F_OK) == 0;
+  const bool had_proc = access((plan.device.directory + "/proc").c_str(), F_OK) == 0;
   Result<Library> library = LoadLibrary(plan.library);
   if (!library.ok()) return library.error();
   if (plan.lines && library->KSSI_OBSERVE_PropertyFiles == nullptr) {

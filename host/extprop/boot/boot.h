@@ -24,8 +24,7 @@ struct PlannedStep {
 bool StartsThread(const PlannedStep& step);
 
 struct BootPlan {
-  std::string tree;                 // the device's files, as the user named them; never changed
-  DeviceTree device;                // the same, opened
+  DeviceTree device;                // never changed
   std::string library;              // the path of libextproperty.so; empty to find it
   std::vector<std::string> inputs;  // the files that it was made from, beside the tree
   Properties properties;

@@ -73,7 +73,6 @@ Result<void> OpenDevice(const BootOptions& options, BootPlan* plan) {
   if (!options.library.empty() && access(options.library.c_str(), R_OK) != 0) {
     return ErrnoError() << "--library " << options.library;
   }
-  plan->tree = options.tree;
   plan->device = std::move(*device);
   plan->library = options.library;
   plan->inputs = options.property_files;

@@ -148,7 +148,7 @@ Result<Endings> BootWithKeys(const BootPlan& plan, const Choices& base, unsigned
 }
 
 Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base, unsigned jobs,
-                                      bool chosen) {
+                                      bool every_place) {
   CarrierTable table;
   std::string error;
   const auto add = [&](const Endings& by_default, const CarrierKey& key,
@@ -161,7 +161,7 @@ Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const Choices& base,
       table.columns.back().differences.emplace(name, ending);
     }
   };
-  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add, chosen);
+  Result<Endings> by_default = BootWithKeys(plan, base, jobs, add, every_place);
   if (!by_default.ok()) return by_default.error();
   if (!error.empty()) return Error() << error;
   table.by_default = std::move(*by_default);

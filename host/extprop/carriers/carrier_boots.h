@@ -69,11 +69,11 @@ struct CarrierTable {
   std::vector<CarrierColumn> columns;
 };
 
-// Returns what BootWithKeys tells, of the properties that choose a key too where `chosen` is set.
-// Fails where that does, and where any boot cannot be made or
-// completed: a table with holes would be taken for a whole one.
+// Returns what BootWithKeys tells of other values, `every_place` as there: of the properties that
+// choose a key too. Fails where that does, and where any boot cannot be made or completed: a table
+// with holes would be taken for a whole one.
 Result<CarrierTable> FillCarrierTable(const BootPlan& plan, const std::vector<CarrierChoice>& base,
-                                      unsigned jobs, bool chosen);
+                                      unsigned jobs, bool every_place);
 
 // Returns the names of the properties that differ from the default in any column.
 std::set<std::string> VaryingNames(const CarrierTable& table);

@@ -56,7 +56,8 @@ int Boot(const Options& options) {
           RenderText(record, {options.all, level, ColourWanted()}, text);
         }
         return {{"text", text.str()},
-                {"page", plan.lines ? RenderHtml(options.command_line, plan.tree, record) : ""},
+                {"page",
+                 plan.lines ? RenderHtml(options.command_line, plan.device.directory, record) : ""},
                 {"stored", StoredText(record)},
                 {"error", ErrorOf(record)}};
       }));

@@ -71,7 +71,8 @@ int WriteTables(const Options& options, const BootPlan& plan) {
   const CarrierTable table =
       OrFail(kFailed, FillCarrierTable(plan, options.boot.carriers, options.jobs, true));
   if (!options.html.empty()) {
-    WriteOutput("--html", options.html, RenderCarriersHtml(options.command_line, plan.tree, table));
+    WriteOutput("--html", options.html,
+                RenderCarriersHtml(options.command_line, plan.device.directory, table));
   }
   std::ostringstream csv;
   PrintCarriersCsv(table, csv);

@@ -15,7 +15,7 @@ namespace {
 Endings BootSide(const BootOptions& options) {
   BootPlan plan = OrFail(kTrouble, MakePlan(options));
   plan.lines = true;
-  plan.title = "the boot of " + plan.tree;
+  plan.title = "the boot of " + plan.device.directory;
   const json told = OrFail(kTrouble, RunBoot(plan, [&](const BootRecord& record) -> json {
                              WarnOfUnreadable(record);
                              const std::string error = ErrorOf(record);

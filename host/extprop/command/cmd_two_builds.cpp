@@ -57,14 +57,15 @@ struct Build {
 };
 
 Build BootBuild(const BootPlan& plan, const Options& options) {
-  Build build = {plan.tree, {}, {}};
+  Build build = {plan.device.directory, {}, {}};
   build.outcomes[{}] = {};
   const auto add = [&](const Endings&, const CarrierKey& key, const CarrierOutcome& outcome) {
     if (key.never.empty()) build.outcomes[key.Choice()] = outcome;
   };
   // A value that is as by default may have another place all the same.
   Result<Endings> by_default = BootWithKeys(plan, options.boot.carriers, options.jobs, add, true);
-  if (!by_default.ok()) throw Failure(kTrouble, plan.tree + ": " + by_default.error().message());
+  if (!by_default.ok())
+    throw Failure(kTrouble, plan.device.directory + ": " + by_default.error().message());
   build.by_default = std::move(*by_default);
   return build;
 }

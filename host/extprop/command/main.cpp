@@ -41,7 +41,7 @@ void RefuseInside(const std::string& option, const std::string& path, const Boot
   for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links) {
     place = place.parent_path() / fs::read_symlink(place, ignored);
   }
-  std::vector<std::string> shown = {plan.tree};
+  std::vector<std::string> shown = {plan.device.directory};
   for (const sandbox::Layer& layer : plan.device.root.layers) {
     if (!fs::is_symlink(layer.source, ignored)) shown.push_back(layer.source);
   }
