@@ -144,8 +144,12 @@ Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
 Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan) {
   return Ask<std::set<std::string>>(plan, [](const Survey& survey) {
     std::set<std::string> names;
+    const auto& files = survey.record->property_files;
     for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
-      if (Sets(*line)) names.insert(line->name);
+      const FileContent content = ContentOf(files[OutermostFile(*survey.record, line->file)].path);
+      const bool is_key = content == FileContent::kMapping ||
+                          (content == FileContent::kInfo && !IsInfoProperty(line->name));
+      if (Sets(*line) && !is_key) names.insert(line->name);
     }
     return names;
   });

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/carriers/carrier_keys.h"
 #include "host/extprop/command/commands.h"
 #include "host/extprop/explain/history.h"
 #include "host/extprop/explain/unread_settings.h"
@@ -93,19 +94,6 @@ HistoryMap HistoriesOf(const std::string& pattern, const BootRecord& record, Sta
   return asked;
 }
 
-// Of the names that the boot knows, and all that are in files.
-std::vector<std::string> Nearest(const std::string& name, const BootPlan& plan,
-                                 std::set<std::string> names) {
-  StartedBoot search = OrFail(kFailed, StartSearch(plan, "*"));
-  for (FoundLine& line : OrFail(kFailed, FinishSearch(&search)).lines) {
-    names.insert(std::move(line.name));
-  }
-  // A mapping may have the name, or a line none.
-  names.erase(name);
-  names.erase("");
-  return NearestNames(name, names);
-}
-
 }  // namespace
 
 int Explain(const Options& options) {
@@ -131,7 +119,14 @@ int Explain(const Options& options) {
                            }));
   const bool found = told["found"];
   std::vector<std::string> nearest;
-  if (!found) nearest = Nearest(options.name, plan, told["others"]);
+  if (!found) {
+    // Of the names that the boot knows, and all that are in other files. A line may have none, and
+    // a mapping the very name.
+    std::set<std::string> names = told["others"];
+    names.merge(OrFail(kFailed, FindSurveyedNames(plan)));
+    for (const std::string& none : {std::string(), options.name}) names.erase(none);
+    nearest = NearestNames(options.name, names);
+  }
   if (!options.json) {
     Print(told["text"]);
   } else {
