@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace android::init {
 
@@ -97,12 +98,19 @@ const Entry* FindEntry(const HandOver& hand_over, std::string_view name) {
   return entry == entries.end() || entry->name != name ? nullptr : &*entry;
 }
 
-std::map<std::string, int> Unreadable(const BootRecord& record) {
-  std::map<std::string, int> unreadable;
+std::string WhyUnread(int error) {
+  if (error == ELOOP) return "it is a symbolic link, and links to such files are not followed";
+  if (error == ENXIO) return "no file: a boot that reads it may wait for ever";
+  return std::string("it cannot be read: ") + strerror(error);
+}
+
+std::map<std::string, std::string> Unreadable(const BootRecord& record, bool with_links) {
+  std::map<std::string, std::string> unreadable;
   for (const FileEvent* file : Only<FileEvent>(record)) {
     const bool opens = file->op == FileOp::kRead && file->error != 0 && file->error != ENOENT;
     const bool reaches = file->op != FileOp::kWrite && file->error == EACCES;
-    if (opens || reaches) unreadable.emplace(file->path, file->error);
+    if ((!opens && !reaches) || (file->error == ELOOP && !with_links)) continue;
+    unreadable.emplace(file->path, WhyUnread(file->error));
   }
   return unreadable;
 }

@@ -150,8 +150,12 @@ std::size_t OutermostFile(const BootRecord& record, std::size_t file);
 // Returns the entry of that name, or null.
 const Entry* FindEntry(const HandOver& hand_over, std::string_view name);
 
-// Returns what could not be read or reached, though it is there, by path with the errno.
-std::map<std::string, int> Unreadable(const BootRecord& record);
+// Returns why a file could not be read, which is an errno, as a sentence without its subject.
+std::string WhyUnread(int error);
+
+// Returns what could not be read or reached, though it is there, by path with the reason. Of links
+// it is known what becomes of them, so that they are told only `with_links`.
+std::map<std::string, std::string> Unreadable(const BootRecord& record, bool with_links = false);
 
 // Returns whether the line gives a property, or a mapping, to the map that is read into.
 bool Sets(const PropertyLine& line);

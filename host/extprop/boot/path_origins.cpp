@@ -2,6 +2,7 @@
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
+#include <limits.h>
 #include <sys/stat.h>
 
 namespace extprop {
@@ -26,8 +27,9 @@ const std::string& PathOrigins::RealDirectory(const std::string& directory) {
 }
 
 std::string PathOrigins::Find(const std::string& path) {
+  if (path.size() >= PATH_MAX) return path;  // the kernel finds nothing there
   const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return path;
+  if (slash == std::string::npos) return Find("/" + path);  // init's directory is the root
   std::string real = RealDirectory(path.substr(0, slash + 1));
   if (real.empty()) return path;
   real += path.substr(slash + 1);

@@ -62,7 +62,8 @@ std::string WithoutTime(const std::string& message) {
   constexpr const char* kBefore = " took ";
   const size_t time = message.rfind(kBefore);
   const size_t unit = message.find("ms.)", time);
-  if (time == std::string::npos || unit == std::string::npos) return message;
+  const bool tells = android::base::StartsWith(message, "(Loading properties from ");
+  if (!tells || time == std::string::npos || unit == std::string::npos) return message;
   return message.substr(0, time + strlen(kBefore)) + "…" + message.substr(unit);
 }
 
@@ -84,7 +85,10 @@ pid_t ThisThread() {
 }  // namespace
 
 Recorder::Recorder(const BootPlan& plan, const Library& library)
-    : host_thread_(ThisThread()), plan_(plan), library_(library) {}
+    : host_thread_(ThisThread()),
+      opens_fifos_(plan.opens_fifos),
+      keep_line_(plan.keep_line),
+      library_(library) {}
 
 Recorder* Recorder::Start(const BootPlan& plan, const Library& library) {
   auto* recorder = the_recorder = new Recorder(plan, library);
@@ -184,7 +188,7 @@ watch::Verdict Recorder::Before(const watch::PlatformCall& call) {
   watch::Verdict verdict;
   verdict.as_root = call.call == watch::Call::kLchown;
   verdict.error = ENXIO;
-  verdict.fail = !plan_.opens_fifos && call.call == watch::Call::kOpen &&
+  verdict.fail = !opens_fifos_ && call.call == watch::Call::kOpen &&
                  std::filesystem::is_fifo(call.path, ignored);
   return verdict;
 }
@@ -307,6 +311,7 @@ void Recorder::LeaveFile(std::string_view error) {
     record_.property_files[inside.back().place].error = error;
   }
   inside.pop_back();
+  refused_import.reset();
 }
 
 void Recorder::ReadLine(const android::init::PropertyLine& line) {
@@ -316,7 +321,7 @@ void Recorder::ReadLine(const android::init::PropertyLine& line) {
   const bool hides = line.text.find('\0') != std::string_view::npos;
   if (line.outcome == LineOutcome::kBlank && !hides) return;
   std::string name(line.name);
-  if (plan_.keep_line && !plan_.keep_line(name)) return;
+  if (keep_line_ && !keep_line_(name)) return;
   std::lock_guard<std::mutex> guard(lock_);
   const auto [file, number] = inside.back();
   if (finished_ || file == kNoImporter || record_.steps.empty()) return;
@@ -345,7 +350,7 @@ void Recorder::CloseStep() {
 
 // One path for one file. The calls that change something follow no link at the path's end.
 std::string Recorder::PathOf(const watch::PlatformCall& call) {
-  return Changes(call) ? path_origins_.Find(call.path) : call.path;
+  return path_origins_.Find(call.path);
 }
 
 }  // namespace extprop

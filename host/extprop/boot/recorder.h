@@ -29,8 +29,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
  public:
   // Sets the store to those of the plan's properties that init takes and does not load later, and
   // starts to observe and log. The calling thread is the host's. `library` tells what init refuses
-  // and, if the plan asks for them, the lines of property files, which it must be able to. The plan
-  // is to outlive the process's boot.
+  // and, if the plan asks for them, the lines of property files, which it must be able to.
   static Recorder* Start(const BootPlan& plan, const Library& library);
 
   // Loads the stored properties, as init does after the partitions; the event belongs to the last
@@ -74,7 +73,8 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   std::string PathOf(const watch::PlatformCall& call);
 
   pid_t host_thread_;
-  const BootPlan& plan_;
+  const bool opens_fifos_;
+  const std::function<bool(const std::string& name)> keep_line_;
   const Library library_;
   std::mutex lock_;
   bool finished_ = false;

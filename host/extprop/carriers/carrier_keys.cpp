@@ -27,9 +27,8 @@ std::map<std::string, MappedKeys> FindKeyed(const Survey& survey, bool waiting) 
   for (size_t root = 0; root < survey.roots.size(); ++root) {
     if ((survey.roots[root].kind == SurveyedRoot::Kind::kWaiting) != waiting) continue;
     for (const auto& [path, file] : survey.files) {
-      const KeyedPath keyed = ParseKeyedPath(path);
-      const bool counts = file.root == root && keyed.kind == "file";
-      if (counts) found[kFiles][keyed.key].files.push_back(path);
+      const bool counts = file.root == root && file.kind == FileKind::kKeyedFile;
+      if (counts) found[kFiles][file.keyed.key].files.push_back(path);
     }
     for (const SurveyedDirectory& each : survey.directories) {
       if (each.root == root) found[each.kind][each.key].files.push_back(each.path);

@@ -37,7 +37,7 @@ CarrierFiles CarrierFilesOf(const Survey& survey) {
   CarrierFiles carriers;
   for (const auto& [path, file] : survey.files) {
     if (file.kind == FileKind::kKeyedFile) {
-      carriers.keyed_files[ParseKeyedPath(path).key].push_back(path);
+      carriers.keyed_files[file.keyed.key].push_back(path);
     }
   }
   for (const SurveyedDirectory& directory : survey.directories) {
@@ -110,11 +110,9 @@ std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, boo
     read.insert({reading.Path(), reading.file->path});
   }
   CheckSetAgain(boot, overrides, &findings);
-  for (const auto& [path, error] : Unreadable(boot)) {
-    // Of property files the readings tell.
-    if (read.count(path) != 0) continue;
-    findings.Add("unreadable-file", {path},
-                 error == ELOOP ? kIsLink : "it cannot be read: " + std::string(strerror(error)));
+  // Of property files the readings tell.
+  for (const auto& [path, why] : Unreadable(boot, true)) {
+    if (read.count(path) == 0) findings.Add("unreadable-file", {path}, why);
   }
   CheckCota(boot, &findings);
   for (const Entry& entry : boot.refused) {

@@ -63,8 +63,8 @@ void ReadingCheck::ReportUnread() {
                          "there is no such file, so no build properties are here");
   }
   std::string why = "it cannot be read: " + reading_.file->error;
-  if (found && S_ISFIFO(status.st_mode)) why = "no file: a boot that reads it may wait for ever";
-  if (found && S_ISLNK(status.st_mode)) why = kIsLink;
+  if (found && S_ISFIFO(status.st_mode)) why = WhyUnread(ENXIO);
+  if (found && S_ISLNK(status.st_mode)) why = WhyUnread(ELOOP);
   findings_.Add("unreadable-file", {reading_.Path()}, why, reading_.import);
 }
 

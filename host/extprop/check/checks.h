@@ -32,9 +32,6 @@ struct Reading {
 // record.
 std::vector<Reading> ReadingsOf(const BootRecord& record);
 
-// What is told of a link where the library expects a file.
-constexpr const char* kIsLink = "it is a symbolic link, and links to such files are not followed";
-
 // What is known of the context that a file's imports are followed in.
 enum class Imports {
   kOfBoot,     // all: a boot followed them

@@ -51,7 +51,10 @@ void RefuseInside(const std::string& option, const std::string& path, const Boot
       throw Failure(kBadInput, given + ": is an input too");
   }
   // What is mounted has a second path, hence by identity.
-  for (fs::path above = fs::weakly_canonical(place); !above.empty(); above = above.parent_path()) {
+  std::error_code error;
+  fs::path above = fs::weakly_canonical(place, error);
+  if (error) throw Failure(kBadInput, given + ": " + error.message());
+  for (; !above.empty(); above = above.parent_path()) {
     for (const std::string& source : shown) {
       const std::string message = given + ": lies in ";
       if (fs::equivalent(above, source, ignored)) throw Failure(kBadInput, message + source);

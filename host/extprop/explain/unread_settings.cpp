@@ -15,12 +15,12 @@
 
 namespace extprop {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awaits, importer)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FoundLine, path, line, name, value, root, awaits, kind, key,
+                                   importer)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SearchResult, lines, unreadable)
 
 namespace {
 
-using android::base::Dirname;
 using android::base::StartsWith;
 
 bool IsGlob(const std::string& pattern) {
@@ -35,10 +35,7 @@ std::string PlaceOf(const PropertyFile& file, unsigned line) {
 
 SearchResult Search(const Survey& survey) {
   SearchResult result = {{}, survey.unreadable};
-  for (const auto& [path, error] : Unreadable(*survey.record)) {
-    // What a link leads to is known not to be read.
-    if (error != ELOOP) result.unreadable.emplace(path, strerror(error));
-  }
+  result.unreadable.merge(Unreadable(*survey.record));
   const auto& files = survey.record->property_files;
   const std::string special_edition = PathOrigins().Find(kSpecialEdition);
   std::set<std::pair<std::string, unsigned>> by_import;
@@ -61,6 +58,8 @@ SearchResult Search(const Survey& survey) {
     } else if (surveyed->second.kind != FileKind::kState) {
       const SurveyedRoot& root = survey.roots[surveyed->second.root];
       found.root = root.path;
+      found.kind = surveyed->second.keyed.kind;
+      found.key = surveyed->second.keyed.key;
       if (path == special_edition) found.awaits = "quasar";
       if (root.kind == SurveyedRoot::Kind::kImage) found.awaits = "loaded";
       if (root.kind == SurveyedRoot::Kind::kWaiting) found.awaits = "bound";
@@ -83,6 +82,11 @@ class WhatWasRead {
     std::set<std::string> imported;
     for (const PropertyLine* line : Only<PropertyLine>(record)) {
       if (IsImport(*line)) imported.insert(line->name);
+      const bool not_followed = line->outcome == LineOutcome::kImportRefused ||
+                                line->outcome == LineOutcome::kImportNotExpandable;
+      const bool filtered = !record.property_files[line->file].filter.empty() &&
+                            StartsWith(android::base::Trim(line->text), "import ");
+      if (not_followed || filtered) imports_not_followed_.push_back(line);
     }
     // The library looks for the files and directories of every key that it has.
     for (const FileEvent* file : Only<FileEvent>(record)) {
@@ -109,12 +113,7 @@ class WhatWasRead {
       return "not read: only the special edition's loader, quasar, loads it";
     }
     if (!line.awaits.empty() && !HasAnyBelow(line.root)) return WhyNotImage(line);
-    const auto [kind, key] = ParseKeyedPath(line.path);
-    const std::string directory = Dirname(line.path);
-    if (kind == "file" && directory == line.root + "/etc") return WhyNotKeyed(kind, key);
-    if (!kind.empty() && Dirname(directory) == line.root + "/properties/" + key) {
-      return WhyNotKeyed(kind, key);
-    }
+    if (!line.kind.empty()) return WhyNotKeyed(line.kind, line.key);
     if (line.path == line.root + "/build.prop") {
       return "not read: no step of this boot loads it" + NearlyImported(line.path);
     }
@@ -141,18 +140,15 @@ class WhatWasRead {
       }
     }
     std::string filtered, unknown;
-    for (const PropertyLine* line : Only<PropertyLine>(record_)) {
-      const PropertyFile& file = record_.property_files[line->file];
-      const std::string place = PlaceOf(file, line->line);
-      const std::string text = android::base::Trim(line->text);
+    for (const PropertyLine* line : imports_not_followed_) {
+      const std::string place = PlaceOf(record_.property_files[line->file], line->line);
       if (line->outcome == LineOutcome::kImportRefused && origins_.Find(line->name) == path) {
         return "; " + place + " does, but that import is refused";
       }
       if (line->outcome == LineOutcome::kImportNotExpandable) {
         unknown = "; which file " + place + " imports cannot be told, as it cannot be expanded";
       }
-      const bool names_it = StartsWith(text, "import ") && text.find(path) != std::string::npos;
-      if (!file.filter.empty() && names_it) {
+      if (line->outcome == LineOutcome::kNoProperty && line->text.find(path) != std::string::npos) {
         filtered =
             "; " + place + " names it in a file that is read with a filter, which imports nothing";
       }
@@ -204,6 +200,7 @@ class WhatWasRead {
 
   const BootRecord& record_;
   PathOrigins origins_;
+  std::vector<const PropertyLine*> imports_not_followed_;
   std::set<std::string> files_;
   std::map<std::string, std::set<std::string>> keys_;  // by kind of path
 };

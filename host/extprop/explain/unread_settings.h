@@ -20,6 +20,9 @@ struct FoundLine {
   // What has to happen before the file is read: "loaded" of a COTA image that the properties name,
   // "bound" of one or a module that an info file does, "quasar" for that loader; else empty.
   std::string awaits = {};
+  std::string kind =
+      {};  // of the carrier key that the file is read for, as of a KeyedPath; and the key
+  std::string key = {};
   std::string importer = {};  // FILE:LINE of the import by which alone the file was found
 };
 

@@ -223,9 +223,7 @@ class TextRenderer {
 }  // namespace
 
 void WarnOfUnreadable(const BootRecord& record, std::map<std::string, std::string> others) {
-  for (const auto& [path, error] : Unreadable(record)) {
-    if (error != ELOOP) others.emplace(path, strerror(error));
-  }
+  others.merge(Unreadable(record));
   for (const auto& [path, why] : others) {
     fprintf(stderr, "extprop: warning: not looked into: %s: %s\n", Visible(path).c_str(),
             why.c_str());

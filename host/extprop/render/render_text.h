@@ -22,7 +22,7 @@ struct TextOptions {
 };
 
 // Warns on the standard error stream of what the boot could not read or reach, though it is there,
-// and of `others`, by path. Links that the library does not follow are no surprise.
+// and of `others`, by path with the reason.
 void WarnOfUnreadable(const BootRecord& record, std::map<std::string, std::string> others = {});
 
 // Prints the steps with what each did, in order, and what changed in files and mounts. Without

@@ -46,8 +46,7 @@ class Walk {
 
   void AddRoot(const std::string& directory, Kind kind) {
     const std::string path = fs::path(origins_.Find(directory + "/build.prop")).parent_path();
-    // What is mounted at /proc is this machine's.
-    if (!StartsWith(path, "/") || path == "/" || IsBelow(path, "/proc")) return;
+    if (!StartsWith(path, "/") || path == "/") return;
     for (const SurveyedRoot& known : survey_.roots) {
       // An image or module may lie in a partition.
       const bool own = kind == Kind::kImage || kind == Kind::kWaiting;
@@ -65,21 +64,24 @@ class Walk {
     std::error_code error;
     Directory entries;
     fs::directory_iterator entry(directory, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+      entries.push_back(*entry);
+    }
     if (error && error != std::errc::no_such_file_or_directory &&
         error != std::errc::not_a_directory) {
       survey_.unreadable[directory] = "the directory cannot be read: " + error.message();
-    }
-    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-      entries.push_back(*entry);
     }
     return entries;
   }
 
   // `way` has the names that lead from the root to the directory.
   void LookInto(const fs::path& directory, const Names& way) {
+    // What is mounted at /proc is this machine's.
+    if (IsBelow(directory, "/proc")) return;
     for (const fs::directory_entry& entry : List(directory)) {
       Names names = way;
-      names.push_back(entry.path().filename());
+      // Of more than the first names nothing depends.
+      if (names.size() < 5) names.push_back(entry.path().filename());
       const bool is_directory = IsDirectory(entry);
       const bool keyed = names[0] == "properties" && (names.size() == 2 || names.size() == 3);
       if (keyed && is_directory) {
@@ -87,7 +89,7 @@ class Walk {
             {entry.path(), names[1], names.size() == 3 ? names[2] : "", Root()});
       }
       if (!is_directory || (IsLink(entry) && !IsLookedFor(names))) {
-        Add(entry, KindOf(names));
+        Add(entry, FileAt(names));
       } else {
         std::error_code ignored;
         LookInto(IsLink(entry) ? fs::canonical(entry.path(), ignored) : entry.path(), names);
@@ -102,27 +104,31 @@ class Walk {
            (names.size() == 2 || (names.size() == 3 && IsKeyedDirectory(names[2])));
   }
 
-  static FileKind KindOf(const Names& names) {
+  SurveyedFile FileAt(const Names& names) const {
     const std::string& name = names.back();
-    if (names.size() == 1 && name == "build.prop") return FileKind::kBuildFile;
+    SurveyedFile file = {FileKind::kOther, Root()};
+    if (names.size() == 1 && name == "build.prop") file.kind = FileKind::kBuildFile;
     if (names.size() == 2 && names[0] == "etc") {
-      if (name == kNvMapping || name == kFirstMapping) return FileKind::kMapping;
-      if (!ParseKeyedPath("/etc/" + name).kind.empty()) return FileKind::kKeyedFile;
+      if (name == kNvMapping || name == kFirstMapping) file.kind = FileKind::kMapping;
+      file.keyed = ParseKeyedPath("/etc/" + name);
+      if (!file.keyed.kind.empty()) file.kind = FileKind::kKeyedFile;
     }
-    const bool in_keyed = names.size() == 4 && names[0] == "properties";
-    return in_keyed && IsKeyedDirectory(names[2]) ? FileKind::kKeyedInOrder : FileKind::kOther;
+    if (names.size() == 4 && names[0] == "properties" && IsKeyedDirectory(names[2])) {
+      file.kind = FileKind::kKeyedInOrder;
+      file.keyed = ParseKeyedPath("/" + android::base::Join(names, '/'));
+    }
+    return file;
   }
 
   // The library reads no links; where it looks for a file, it is worth telling that one is there.
-  void Add(const fs::directory_entry& entry, FileKind kind) {
+  void Add(const fs::directory_entry& entry, const SurveyedFile& file) {
     std::error_code ignored;
     if (!EndsWith(entry.path().native(), ".prop")) return;
-    if (IsLink(entry) ? kind != FileKind::kOther : entry.is_regular_file(ignored)) {
-      const SurveyedFile file = {kind, Root()};
+    if (IsLink(entry) ? file.kind != FileKind::kOther : entry.is_regular_file(ignored)) {
       const auto [known, is_new] = survey_.files.try_emplace(entry.path(), file);
-      if (!is_new && kind != FileKind::kOther) known->second = file;
+      if (!is_new && file.kind != FileKind::kOther) known->second = file;
     } else if (!IsLink(entry) && !IsDirectory(entry)) {
-      survey_.unreadable[entry.path()] = "no file: a boot that reads it may wait for ever";
+      survey_.unreadable[entry.path()] = WhyUnread(ENXIO);
     }
   }
 

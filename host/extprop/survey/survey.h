@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/extprop/boot/boot.h"
+#include "host/extprop/boot/device_layout.h"
 #include "host/extprop/vocabulary.h"
 
 namespace extprop {
@@ -36,6 +37,7 @@ struct SurveyedRoot {
 struct SurveyedFile {
   FileKind kind = FileKind::kOther;
   std::size_t root = 0;  // an index into the roots; of no meaning for a state file
+  KeyedPath keyed = {};  // by the names that lead there, of which some may be links
 };
 
 // R/properties/KEY, and each directory in it.
