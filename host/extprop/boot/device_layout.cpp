@@ -7,6 +7,8 @@
 #include <cwctype>
 #include <iterator>
 
+#include "host/extprop/vocabulary.h"
+
 namespace extprop {
 
 using android::base::EndsWith;
@@ -36,6 +38,13 @@ const char* BareKeyProperty(const std::string& path) {
   return path == kCurrentFile ? kCurrentKey : nullptr;
 }
 
+std::string KeyPropertyIn(const std::string& path) {
+  if (path == kDataFirstFile) return kFirstKey;
+  if (path == kDataCommonFile) return kChannelKey;
+  const char* property = BareKeyProperty(path);
+  return property == nullptr ? "" : property;
+}
+
 bool IsKeyedDirectory(const std::string& name) {
   return std::any_of(std::begin(kKeyedDirectories), std::end(kKeyedDirectories),
                      [&](const KeyedDirectory& keyed) { return name == keyed.directory; });
@@ -61,9 +70,7 @@ KeyedPath ParseKeyedPath(const std::string& path) {
 }
 
 FileContent ContentOf(const std::string& path) {
-  for (const char* info_file : kInfoFiles) {
-    if (path == info_file) return FileContent::kInfo;
-  }
+  if (Has(kInfoFiles, path)) return FileContent::kInfo;
   const bool mapping = EndsWith(path, std::string("/etc/") + kNvMapping) ||
                        EndsWith(path, std::string("/etc/") + kFirstMapping);
   return mapping ? FileContent::kMapping : FileContent::kProperties;

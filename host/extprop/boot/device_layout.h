@@ -84,6 +84,10 @@ bool IsKeyProperty(const std::string& name);
 // file is of the old format; null for a file that has no such format.
 const char* BareKeyProperty(const std::string& path);
 
+// Returns the property whose value is a carrier key that a choice keeps in the state file `path`,
+// "" where there is none.
+std::string KeyPropertyIn(const std::string& path);
+
 // Returns whether ROOT/properties/KEY/NAME is read for any key.
 bool IsKeyedDirectory(const std::string& name);
 

@@ -2,6 +2,8 @@
 
 #include <android-base/strings.h>
 
+#include <algorithm>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -60,15 +62,66 @@ Properties Without(const Names& names, const Properties& phone) {
   return rest;
 }
 
-// The phone's carrier keys that it has in state files which the tree lacks.
+// The phone's carrier keys that may be in its state files, of which the tree has none.
 std::vector<CarrierChoice> MissingState(const Properties& phone, const BootPlan& plan) {
   std::vector<CarrierChoice> choices;
-  for (const auto& [kind, file] :
-       {std::pair("current", kCurrentFile), std::pair("channel", kDataCommonFile)}) {
+  for (const char* place : {"/mnt/vendor/vemrareserve", "/data/system/customize"}) {
+    if (!OnWorkstation(plan.device, place).empty()) return choices;
+  }
+  for (const char* kind : {"current", "channel"}) {
     const std::string& key = ValueIn(phone, PropertyOf(kind));
-    if (!key.empty() && OnWorkstation(plan.device, file).empty()) choices.push_back({kind, key});
+    if (!key.empty()) choices.push_back({kind, key});
   }
   return choices;
+}
+
+// What a boot leaves, and what it set.
+struct Trial {
+  Properties left;
+  Names set;
+};
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trial, left, set)
+
+// Gives the plan's device the phone's properties and `state`. Returns in how many properties the
+// boot then ends otherwise than the phone.
+Result<size_t> Give(const Properties& phone, const std::vector<CarrierChoice>& state,
+                    BootPlan* plan) {
+  Result<void> in_force = PutInForce(state, plan, kByPhone);
+  if (!in_force.ok()) return in_force.error();
+  const Properties chosen = plan->properties;
+  // The more a boot is given, the more it may set; what it sets is not given to the next one.
+  Names left_out, set;
+  for (const auto& [name, value] : phone) left_out.insert(name);
+  Properties given, tried;
+  Trial trial;
+  const auto boot = [&]() -> Result<void> {
+    plan->properties = chosen;
+    plan->properties.insert(given.begin(), given.end());
+    Result<json> answer = RunBoot(*plan, [](const BootRecord& record) -> json {
+      return Trial{record.properties, NamesSetBy(record)};
+    });
+    if (!answer.ok()) return answer.error();
+    trial = answer->get<Trial>();
+    return {};
+  };
+  do {
+    tried = given = Without(left_out, phone);
+    Result<void> booted = boot();
+    if (!booted.ok()) return booted.error();
+    set.insert(trial.set.begin(), trial.set.end());
+    left_out = kComputed;
+    left_out.insert(set.begin(), set.end());
+    given = Without(left_out, phone);
+  } while (given != tried);
+  // What the last boot did not set something else did.
+  trial.set.insert(kRequestProperty);
+  given = Without(trial.set, phone);
+  Result<void> booted = boot();
+  if (!booted.ok()) return booted.error();
+  std::vector<Properties::value_type> different;
+  std::set_symmetric_difference(trial.left.begin(), trial.left.end(), phone.begin(), phone.end(),
+                                std::back_inserter(different));
+  return different.size();
 }
 
 }  // namespace
@@ -79,34 +132,28 @@ Result<void> GiveFromPhone(const std::string& file, BootPlan* plan) {
   if (!read.ok()) return read;
   Result<Library> library = LoadLibrary(plan->library);
   if (!library.ok()) return library.error();
-  BootPlan trial = *plan;
-  trial.lines = library->KSSI_OBSERVE_PropertyFiles != nullptr;
+  const bool lines = plan->lines;
+  plan->lines = library->KSSI_OBSERVE_PropertyFiles != nullptr;
 
-  // The more a boot is given, the more it may set; what it sets is not given to the next one.
+  // A property does not tell whether a state file has it: what agrees best with the phone counts.
   const std::vector<CarrierChoice> state = MissingState(phone, *plan);
-  Names left_out, set, last;
-  for (const auto& [name, value] : phone) left_out.insert(name);
-  Properties given, tried;
-  do {
-    tried = Without(left_out, phone);
-    trial.properties = plan->properties;
-    trial.properties.insert(tried.begin(), tried.end());
-    trial.prepare = plan->prepare;
-    Result<void> in_force = PutInForce(state, &trial, kByPhone);
-    if (!in_force.ok()) return in_force;
-    Result<json> names = RunBoot(trial, NamesSetBy);
-    if (!names.ok()) return names.error();
-    last = names->get<Names>();
-    set.insert(last.begin(), last.end());
-    left_out = kComputed;
-    left_out.insert(set.begin(), set.end());
-    given = Without(left_out, phone);
-  } while (given != tried);
-  // What the boot does not set something else did.
-  last.insert(kRequestProperty);
-  given = Without(last, phone);
-  plan->properties.insert(given.begin(), given.end());
-  return PutInForce(state, plan, kByPhone);
+  BootPlan best;
+  size_t fewest = ~size_t{0};
+  for (unsigned kept = 0; kept < 1U << state.size(); ++kept) {
+    std::vector<CarrierChoice> some;
+    for (size_t i = 0; i < state.size(); ++i) {
+      if ((kept >> i & 1U) != 0) some.push_back(state[i]);
+    }
+    BootPlan tried = *plan;
+    Result<size_t> differences = Give(phone, some, &tried);
+    if (!differences.ok()) return differences.error();
+    if (*differences > fewest) continue;
+    fewest = *differences;
+    best = std::move(tried);
+  }
+  best.lines = lines;
+  *plan = std::move(best);
+  return {};
 }
 
 }  // namespace extprop

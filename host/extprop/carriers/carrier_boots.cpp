@@ -82,10 +82,8 @@ Result<void> TellPlaces(const std::vector<CarrierKey>& keys, CarrierBoots* boots
 
 Result<CarrierBoots> BootByDefault(const BootPlan& plan, const Choices& base,
                                    const std::set<std::string>& names) {
-  CarrierOutcome booted = Finish(Start(plan, base, [](const BootPlan&, const BootRecord& record) {
-    WarnOfUnreadable(record);
-    return EndingsOf(record);
-  }));
+  CarrierOutcome booted = Finish(Start(
+      plan, base, [](const BootPlan&, const BootRecord& record) { return EndingsOf(record); }));
   if (!booted.error.empty()) return Error() << booted.error;
   CarrierBoots boots = {plan, std::move(booted.endings), {}, base, names};
   for (const auto& [name, ending] : boots.by_default) {

@@ -28,7 +28,7 @@ void WriteState(const std::string& path, const std::string& content) {
   }
 }
 
-// Takes the lines that set `name` out of the files.
+// Empties the lines that set `name` in the files.
 void ClearFrom(const char* const* first, const std::string& name) {
   const auto sets = [&](const std::string& line) {
     const size_t equals = line.find('=');
@@ -38,9 +38,9 @@ void ClearFrom(const char* const* first, const std::string& name) {
     std::string content;
     if (!android::base::ReadFileToString(*first, &content)) continue;
     std::vector<std::string> lines = android::base::Split(content, "\n");
-    const auto kept = std::remove_if(lines.begin(), lines.end(), sets);
-    if (kept == lines.end()) continue;
-    lines.erase(kept, lines.end());
+    // All others keep their numbers.
+    if (std::none_of(lines.begin(), lines.end(), sets)) continue;
+    std::replace_if(lines.begin(), lines.end(), sets, "");
     WriteState(*first, android::base::Join(lines, "\n"));
   }
 }
@@ -90,6 +90,9 @@ void WriteStateFiles(const Keys& keys) {
     } else if (!file.empty()) {
       SetIn(file, PropertyOf(kind), key);
     }
+  }
+  for (const char* name : {kOperatorA, kOperatorB}) {
+    if (keys.count("operator") != 0) ClearFrom(kLaterFiles, name);
   }
   // Where the SSV key is read, it keeps the operator's from being used.
   if (keys.count("operator") != 0 && access(kFirstFile, F_OK) != 0) unlink(kSimActionFile);

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "host/extprop/boot/device_layout.h"
-#include "host/extprop/render/terminal.h"
+#include "host/extprop/render/render_text.h"
 #include "host/extprop/survey/survey.h"
 
 namespace extprop {
@@ -137,7 +137,10 @@ json ToJson(const CarrierKey& key) {
 }
 
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
-  return Ask<std::vector<CarrierKey>>(plan, FindKeys);
+  return Ask<std::vector<CarrierKey>>(plan, [](const Survey& survey) {
+    WarnOfUnreadable(*survey.record, survey.unreadable);
+    return FindKeys(survey);
+  });
 }
 
 Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan) {

@@ -26,7 +26,8 @@ struct CarrierKey {
 json ToJson(const CarrierKey& key);
 
 // Finds all carrier keys that the tree of `plan` knows. Those that are listed come in the order in
-// which the library's carrier-keyed files use their kinds, and by name. Fails as StartSurvey does.
+// which the library's carrier-keyed files use their kinds, and by name. Warns on the standard error
+// stream of what could not be looked into. Fails as StartSurvey does.
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan);
 
 // Returns the names of the properties that are set in any file which not every boot reads, such as

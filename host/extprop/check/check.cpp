@@ -19,11 +19,23 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Finding, at, id, message, other)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MappedKey, target, files)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles::Mapping, file, at, key, target)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories, mappings, nv_keys,
-                                   first_keys)
+                                   first_keys, none)
 
 namespace {
 
 using android::base::StartsWith;
+
+// Returns whether an import of the record may name the path with other properties.
+bool MayImport(const BootRecord& record, const std::string& path) {
+  for (const PropertyLine* line : Only<PropertyLine>(record)) {
+    const std::string text = android::base::Trim(line->text);
+    const size_t expanded = text.find("${");
+    const size_t name = text.find_first_not_of(' ', strlen("import "));
+    if (!StartsWith(text, "import ") || expanded == std::string::npos) continue;
+    if (StartsWith(path, text.substr(name, expanded - name))) return true;
+  }
+  return false;
+}
 
 // What a survey leaves for the check of a boot, which knows which files need no further look.
 struct Surveyed {
@@ -50,6 +62,8 @@ CarrierFiles CarrierFilesOf(const Survey& survey) {
   }
   carriers.nv_keys = MappingsOf(survey, kNvMapping);
   carriers.first_keys = MappingsOf(survey, kFirstMapping);
+  const bool whole = survey.unreadable.empty() && Unreadable(*survey.record).empty();
+  carriers.none = whole ? "no partition" : "no partition that could be looked into";
   return carriers;
 }
 
@@ -59,9 +73,11 @@ json CheckSurvey(const Library& library, const Survey& survey) {
   std::set<std::string> imported;
   for (const Reading& reading : readings) {
     const auto file = survey.files.find(readings[reading.outermost].Path());
-    if (file == survey.files.end() || file->second.kind == FileKind::kState) continue;
     if (!reading.import.path.empty()) imported.insert(reading.Path());
-    const bool known = file->second.kind != FileKind::kOther;
+    if (file == survey.files.end() || file->second.kind == FileKind::kState) continue;
+    // What is to be bound yet has other paths then.
+    const bool known = file->second.kind != FileKind::kOther &&
+                       survey.roots[file->second.root].kind != SurveyedRoot::Kind::kWaiting;
     CheckReading(reading, known ? Imports::kOutermost : Imports::kUnknown, library, &files);
   }
   CheckSetAgain(*survey.record, false, &files);
@@ -80,6 +96,7 @@ json CheckSurvey(const Library& library, const Survey& survey) {
     const std::string& path = each.first;
     const auto holds = [&](const std::string& directory) { return StartsWith(path, directory); };
     if (each.second.kind != FileKind::kOther || imported.count(path) != 0) continue;
+    if (MayImport(*survey.record, path)) continue;
     if (!holds(survey.roots[each.second.root].path + "/properties/")) continue;
     if (std::any_of(unreachable.begin(), unreachable.end(), holds)) continue;
     files.Add("unreached-file", {path},
@@ -95,7 +112,8 @@ bool NamesModuleDirectories(const BootRecord& boot) {
   for (const PropertyLine* line : Only<PropertyLine>(boot)) {
     if (boot.property_files[line->file].path != kMountInfoFile || !Sets(*line)) continue;
     if (line->name == kImageVerified || line->name == kImageRoot) return false;
-    any = any || !IsForwarded(line->name);
+    const bool is_directory = line->value[0] == '/' && line->name != "bind_point";
+    any = any || (is_directory && !IsInfoProperty(line->name));
   }
   return any;
 }
@@ -126,7 +144,9 @@ std::vector<Finding> CheckBoot(const BootPlan& plan, const Library& library, boo
   if (!answer.ok()) throw std::runtime_error(answer.error().message());
   const auto surveyed = answer->get<Surveyed>();
   for (const Finding& finding : surveyed.files) {
-    if (read.count(finding.at.path) == 0) findings.Add(finding);
+    const bool stray = finding.id == "unreached-file";
+    if (read.count(finding.at.path) != 0 || (stray && MayImport(boot, finding.at.path))) continue;
+    findings.Add(finding);
   }
   for (const Finding& finding : surveyed.others) findings.Add(finding);
   CheckMappings(surveyed.carriers, &findings);

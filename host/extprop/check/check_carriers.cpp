@@ -47,7 +47,7 @@ void CheckCarrier(const Place& at, const std::string& key, const CarrierFiles& c
                   Findings* findings) {
   if (key.empty() || carriers.keyed_directories.count(key) != 0) return;
   findings->Add("unknown-carrier", at,
-                "no partition has a directory properties/" + WithoutInvisible(key));
+                carriers.none + " has a directory properties/" + WithoutInvisible(key));
 }
 
 // Checks a state file whose whole text is a key where it does not set the property.
@@ -59,7 +59,9 @@ void CheckUpgraded(const BootRecord& boot, const Reading& reading, const Carrier
   if (!rewritten) android::base::ReadFileToString(path, &key);
   if (key.empty()) {
     return findings->Add("old-state-file", {path},
-                         "it names no carrier; while it is there, none is taken from elsewhere");
+                         reading.file->path == kFirstFile
+                             ? "it names no carrier, and keeps the first key from being derived"
+                             : "it names no carrier");
   }
   findings->Add("old-state-file", {path, 1},
                 rewritten ? "a bare key, the old format; the next boot rewrites it"
@@ -120,18 +122,17 @@ void CheckMappings(const CarrierFiles& carriers, Findings* findings) {
                     Quoted(key) + " never matches: an NV key has eight bytes at most");
     }
     if (target.empty()) {
-      findings->Add(
-          "missing-target", at,
-          Quoted(key) + " leads nowhere, and earlier partitions' lines for it are hidden");
+      const bool counts = ValueIn(nv ? carriers.nv_keys : carriers.first_keys, key).target.empty();
+      if (counts) findings->Add("missing-target", at, Quoted(key) + " leads nowhere");
       continue;
     }
     const bool known = nv ? carriers.keyed_files.count(target) != 0
                           : carriers.keyed_directories.count(target) != 0;
     if (known) continue;
-    findings->Add(
-        "missing-target", at,
-        "no partition has " + (nv ? "etc/build." + WithoutInvisible(target) + ".prop"
-                                  : "a directory properties/" + WithoutInvisible(target)));
+    findings->Add("missing-target", at,
+                  carriers.none + " has " +
+                      (nv ? "etc/build." + WithoutInvisible(target) + ".prop"
+                          : "a directory properties/" + WithoutInvisible(target)));
   }
 }
 
@@ -150,17 +151,17 @@ void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findi
 
   // They count as far as their first NUL byte.
   const auto report = [&](const Key& key, const auto& mappings, const char* file) {
-    if (key.first.empty() || mappings.count(key.first.c_str()) != 0) return;
-    findings->Add(
-        "unmapped-key", key.second,
-        "no partition's etc/" + std::string(file) + " knows the key " + Quoted(key.first.c_str()));
+    const std::string named = key.first.c_str();
+    if (named.empty() || mappings.count(named) != 0) return;
+    findings->Add("unmapped-key", key.second,
+                  carriers.none + "'s etc/" + file + " knows the key " + Quoted(named));
   };
   report(nv, carriers.nv_keys, kNvMapping);
   const bool known = carriers.keyed_files.count(ssv.first) != 0 ||
                      carriers.first_keys.count(ssv.first.c_str()) != 0;
   if (!ssv.first.empty() && !known) {
     findings->Add("unknown-carrier", ssv.second,
-                  "no partition has etc/build." + WithoutInvisible(ssv.first) +
+                  carriers.none + " has etc/build." + WithoutInvisible(ssv.first) +
                       ".prop, and no etc/" + kFirstMapping + " the key");
   }
 
@@ -189,7 +190,7 @@ void CheckReach(const CarrierFiles& carriers, const std::set<std::string>& read,
     for (const std::string& path : paths) {
       if (read.count(path) != 0) continue;
       findings->Add("unreached-file", {path},
-                    "no mapping file leads to " + Quoted(key) +
+                    "no mapping in force leads to " + Quoted(key) +
                         ", and no operator properties do; only that very SSV key would");
     }
   }

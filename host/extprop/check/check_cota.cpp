@@ -19,14 +19,21 @@ bool Exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
+struct InfoLine {
+  Place at;
+  const PropertyLine* line;
+};
+
 // Looks at what one step made of the info files that it read.
 class CotaCheck {
  public:
   CotaCheck(const BootRecord& boot, const Step& step, Findings* findings)
       : step_(step), findings_(*findings) {
     for (const PropertyLine* line : Only<PropertyLine>(step.events)) {
-      const std::string& path = boot.property_files[line->file].device_path;
-      if (Sets(*line) && Has(kInfoFiles, path)) lines_[path].push_back(line);
+      const PropertyFile& file = boot.property_files[OutermostFile(boot, line->file)];
+      if (!Sets(*line) || !Has(kInfoFiles, file.path)) continue;
+      lines_[file.path].push_back(
+          {{boot.property_files[line->file].device_path, line->line}, line});
     }
   }
 
@@ -68,19 +75,22 @@ class CotaCheck {
     if (!wrong && !failed) return;
     const std::string directory(message);
     const char* what = wrong ? " lies where no module directory may be" : " cannot be made";
-    findings_.Add("module-directory", PlaceOf(directory), Quoted(directory) + what);
+    for (const auto& [at, line] : lines_[kMountInfoFile]) {
+      if (line->value != directory || IsForwarded(line->name)) continue;
+      findings_.Add("module-directory", at, Quoted(directory) + what);
+    }
   }
 
   // An image that is named but not to be bound.
   void CheckImage() {
-    const PropertyLine* image = nullptr;
+    const InfoLine* image = nullptr;
     bool verified = false;
-    for (const PropertyLine* line : lines_[kMountInfoFile]) {
-      if (line->name == kImageRoot) image = line;
-      if (line->name == kImageVerified) verified = line->value == "1";
+    for (const InfoLine& each : lines_[kMountInfoFile]) {
+      if (each.line->name == kImageRoot) image = &each;
+      if (each.line->name == kImageVerified) verified = each.line->value == "1";
     }
-    if (image == nullptr || (verified && image->value[0] == '/')) return;
-    findings_.Add("failed-bind", {kMountInfoFile, image->line},
+    if (image == nullptr || (verified && image->line->value[0] == '/')) return;
+    findings_.Add("failed-bind", image->at,
                   "the image is not bound, as " +
                       (verified ? "its path is not absolute"
                                 : std::string(kImageVerified) + " is not 1 in this file"));
@@ -89,8 +99,8 @@ class CotaCheck {
   // The line of an info file that has the value, of the module's first; the boot where none has.
   Place PlaceOf(const std::string& value) const {
     for (const char* path : {kModuleInfoFile, kMountInfoFile}) {
-      for (const PropertyLine* line : ValueIn(lines_, path)) {
-        if (line->value == value) return {path, line->line};
+      for (const auto& [at, line] : ValueIn(lines_, path)) {
+        if (line->value == value) return at;
       }
     }
     return {kBootPath};
@@ -98,7 +108,7 @@ class CotaCheck {
 
   const Step& step_;
   Findings& findings_;
-  std::map<std::string, std::vector<const PropertyLine*>> lines_;  // by file
+  std::map<std::string, std::vector<InfoLine>> lines_;  // by file, as the library names it
 };
 
 }  // namespace

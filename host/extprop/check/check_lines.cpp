@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <map>
 #include <set>
 #include <string_view>
@@ -64,7 +65,8 @@ void ReadingCheck::ReportUnread() {
   }
   std::string why = "it cannot be read: " + reading_.file->error;
   if (found && S_ISFIFO(status.st_mode)) why = WhyUnread(ENXIO);
-  if (found && S_ISLNK(status.st_mode)) why = WhyUnread(ELOOP);
+  // The boot may have taken the link away.
+  if (EndsWith(why, strerror(ELOOP))) why = WhyUnread(ELOOP);
   findings_.Add("unreadable-file", {reading_.Path()}, why, reading_.import);
 }
 

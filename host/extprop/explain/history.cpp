@@ -117,7 +117,7 @@ class Historian {
     Setting setting = Named(line.name, line.value, {});
     // A choice of carrier wrote one line of the file.
     const std::string& choice = ValueIn(record_.chosen, file.path);
-    if (!choice.empty() && KeyedBy(line.name) != nullptr) {
+    if (!choice.empty() && line.name == KeyPropertyIn(file.path)) {
       setting.place = choice;
     } else {
       SetPlace(file.device_path, line.line, &setting);

@@ -87,7 +87,7 @@ TEST_F(CheckTest, carriers_and_state_files) {
   tree_.Write("data/system/customize/sim_switch/sim_switch_first_file", "west\n");
   EXPECT_EQ(Check("--set ro.boot.vmcarrier=ABC", 1), R"(
 data/system/customize/sim_switch/sim_switch_first_file:1: warning: a bare key, which is ignored in this file [old-state-file]
-mnt/vendor/my_carrier/etc/build.EU-West.prop: warning: no mapping file leads to 'EU-West', and no operator properties do; only that very SSV key would [unreached-file]
+mnt/vendor/my_carrier/etc/build.EU-West.prop: warning: no mapping in force leads to 'EU-West', and no operator properties do; only that very SSV key would [unreached-file]
 mnt/vendor/my_carrier/etc/flags.prop:1: warning: 'TOO LONG/1' never matches: an NV key has eight bytes at most [long-nv-key]
 mnt/vendor/my_carrier/etc/flags.prop:2: warning: no partition has etc/build.nv-none.prop [missing-target]
 mnt/vendor/my_carrier/etc/nvmap.prop:1: warning: no partition has a directory properties/nowhere [missing-target]
@@ -141,12 +141,14 @@ TEST_F(CheckTest, tells_what_the_boot_makes_of_it) {
   tree_.Write("data/cota/cota_module_info.prop",
               "mount_point=/mnt/cota/fonts\nmodule_type=media\nbind_point=/my_carrier\n");
   tree_.Write("my_carrier/under", "");
-  // The reserve area is what it is behind a link, too.
+  // A carrier's files and the reserve area are what they are behind links, too.
+  std::filesystem::rename(tree_ / kCarrier + "etc", tree_ / kCarrier + "other");
+  std::filesystem::create_directory_symlink("other", tree_ / kCarrier + "etc");
   std::filesystem::rename(tree_ / kReserve, tree_ / "reserve");
   std::filesystem::create_directory_symlink("/reserve", tree_ / "mnt/vendor/vemrareserve");
   EXPECT_EQ(Check(), R"(
 odm/build.prop:3: warning: 'ro.a' has another value already, which this one replaces (odm/set.prop:1) [duplicate-name]
-odm/etc/build.old.prop: warning: no mapping file leads to 'old', and no operator properties do; only that very SSV key would [unreached-file]
+odm/etc/build.old.prop: warning: no mapping in force leads to 'old', and no operator properties do; only that very SSV key would [unreached-file]
 reserve/system/ssv/sim_switch_first_file:1: warning: a bare key, the old format; the next boot rewrites it [old-state-file]
 reserve/system/ssv/sim_switch_first_file:1: warning: no partition has a directory properties/sys.sim.switch.current=west [unknown-carrier]
 0 errors, 4 warnings, 0 notes

@@ -1,6 +1,7 @@
 #include "host/extprop/trees/device_tree.h"
 
 #include <android-base/strings.h>
+#include <limits.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -67,7 +68,8 @@ const Partition* PartitionWith(const DeviceTree& tree, const std::string& path) 
 
 std::string WithoutLinks(const DeviceTree& tree, const std::string& path) {
   int links = 0;
-  return FollowLinks(tree, path, &links);
+  // Of a path that no kernel takes nothing is there.
+  return path.size() >= PATH_MAX ? path : FollowLinks(tree, path, &links).string();
 }
 
 std::string OnWorkstation(const DeviceTree& tree, const std::string& path) {
