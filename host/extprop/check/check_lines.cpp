@@ -22,13 +22,6 @@ using android::base::StartsWith;
 
 constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 
-// Lines of mapping files and the info files' own keys are no properties.
-bool IsProperty(const std::string& path, const std::string& name) {
-  const FileContent content = ContentOf(path);
-  return content == FileContent::kProperties ||
-         (content == FileContent::kInfo && IsInfoProperty(name));
-}
-
 class ReadingCheck {
  public:
   ReadingCheck(const Reading& reading, Imports imports, const Library& library, Findings* findings)
@@ -105,7 +98,10 @@ void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
 }
 
 void ReadingCheck::CheckProperty(const PropertyLine& line) {
-  if (!IsProperty(reading_.Path(), line.name)) return;
+  // Lines of mapping files and the info files' own keys are no properties.
+  const bool is_property = reading_.content == FileContent::kProperties ||
+                           (reading_.content == FileContent::kInfo && IsInfoProperty(line.name));
+  if (!is_property) return;
   if (!library_.IsLegalPropertyName(line.name)) {
     Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
   }
@@ -144,9 +140,10 @@ void ReadingCheck::CheckImport(const PropertyLine& line) {
 std::vector<Reading> ReadingsOf(const BootRecord& record) {
   std::vector<Reading> readings;
   for (const PropertyFile& file : record.property_files) {
-    Reading reading = {&file, readings.size(), {}, {}};
+    Reading reading = {&file, readings.size(), {}, ContentOf(file.path), {}};
     if (file.importer != kNoImporter) {
       reading.outermost = readings[file.importer].outermost;
+      reading.content = readings[file.importer].content;
       reading.import = {readings[file.importer].Path(), file.import_line};
     }
     readings.push_back(std::move(reading));

@@ -23,6 +23,7 @@ struct Reading {
   const PropertyFile* file = nullptr;
   std::size_t outermost = 0;  // the reading that no import led to, in the same list
   Place import;               // the line that led to it; no path in the outermost
+  FileContent content = FileContent::kProperties;  // what its lines are, as the outermost's
   std::vector<const PropertyLine*> lines;
 
   const std::string& Path() const { return file->device_path; }

@@ -23,6 +23,8 @@ using Names = std::vector<std::string>;
 using Kind = SurveyedRoot::Kind;
 
 constexpr const char* kModuleRoot = "mount_point";
+// On more of the names that lead from a root to a file nothing depends.
+constexpr size_t kNamesThatCount = 5;
 
 bool IsDirectory(const fs::directory_entry& entry) {
   std::error_code ignored;
@@ -80,8 +82,7 @@ class Walk {
     if (IsBelow(directory, "/proc")) return;
     for (const fs::directory_entry& entry : List(directory)) {
       Names names = way;
-      // Of more than the first names nothing depends.
-      if (names.size() < 5) names.push_back(entry.path().filename());
+      if (names.size() < kNamesThatCount) names.push_back(entry.path().filename());
       const bool is_directory = IsDirectory(entry);
       const bool keyed = names[0] == "properties" && (names.size() == 2 || names.size() == 3);
       if (keyed && is_directory) {
@@ -89,7 +90,7 @@ class Walk {
             {entry.path(), names[1], names.size() == 3 ? names[2] : "", Root()});
       }
       if (!is_directory || (IsLink(entry) && !IsLookedFor(names))) {
-        Add(entry, FileAt(names));
+        Add(entry, FileAt(entry.path(), names));
       } else {
         std::error_code ignored;
         LookInto(IsLink(entry) ? fs::canonical(entry.path(), ignored) : entry.path(), names);
@@ -104,18 +105,20 @@ class Walk {
            (names.size() == 2 || (names.size() == 3 && IsKeyedDirectory(names[2])));
   }
 
-  SurveyedFile FileAt(const Names& names) const {
+  SurveyedFile FileAt(const fs::path& path, const Names& names) const {
     const std::string& name = names.back();
-    SurveyedFile file = {FileKind::kOther, Root()};
+    const std::string way = "/" + android::base::Join(names, '/');
+    SurveyedFile file = {FileKind::kOther, Root(), path, {}};
+    if (names.size() < kNamesThatCount) file.way = survey_.roots[Root()].path + way;
     if (names.size() == 1 && name == "build.prop") file.kind = FileKind::kBuildFile;
     if (names.size() == 2 && names[0] == "etc") {
       if (name == kNvMapping || name == kFirstMapping) file.kind = FileKind::kMapping;
-      file.keyed = ParseKeyedPath("/etc/" + name);
+      file.keyed = ParseKeyedPath(way);
       if (!file.keyed.kind.empty()) file.kind = FileKind::kKeyedFile;
     }
     if (names.size() == 4 && names[0] == "properties" && IsKeyedDirectory(names[2])) {
       file.kind = FileKind::kKeyedInOrder;
-      file.keyed = ParseKeyedPath("/" + android::base::Join(names, '/'));
+      file.keyed = ParseKeyedPath(way);
     }
     return file;
   }
@@ -173,7 +176,7 @@ class Surveyor {
     }
     for (size_t root = 0; root < survey_.roots.size(); ++root) {
       for (const auto& [path, file] : survey_.files) {
-        if (file.kind != FileKind::kState && file.root == root && !IsOfBoot(file)) Read(path);
+        if (file.kind != FileKind::kState && file.root == root && !IsOfBoot(file)) Read(file.way);
       }
     }
     for (const char* state : kStateFiles) ReadState(state);
@@ -186,7 +189,7 @@ class Surveyor {
 
   android::init::PropertyMap ReadState(const std::string& path) {
     if (access(path.c_str(), F_OK) != 0) return {};
-    survey_.files[PathOrigins().Find(path)] = {FileKind::kState, 0};
+    survey_.files[PathOrigins().Find(path)] = {FileKind::kState, 0, path, {}};
     return Read(path);
   }
 

@@ -37,7 +37,8 @@ struct SurveyedRoot {
 struct SurveyedFile {
   FileKind kind = FileKind::kOther;
   std::size_t root = 0;  // an index into the roots; of no meaning for a state file
-  KeyedPath keyed = {};  // by the names that lead there, of which some may be links
+  std::string way = {};  // how the library names it: by names of which some may be links
+  KeyedPath keyed = {};  // of that
 };
 
 // R/properties/KEY, and each directory in it.
