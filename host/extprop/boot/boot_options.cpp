@@ -21,14 +21,7 @@ using Texts = std::vector<std::string>;
 
 using Parse = std::function<Result<void>(const std::string& value)>;
 
-// An option that may be repeated, with one value each time.
-void AddRepeated(CLI::App* command, const char* name, Texts* values) {
-  command->add_option(name, *values)
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-}
-
-// The same where the values are understood at once, in their order among other options.
+// An option whose values are understood at once, in their order among other options.
 void AddParsed(CLI::App* command, const std::string& name, const Parse& parse) {
   const auto take = [name, parse](const std::string& value) {
     Result<void> parsed = parse(value);
@@ -143,10 +136,10 @@ void AddCarrierOption(CLI::App* command, const std::string& name,
 
 void AddBootOptions(CLI::App* command, BootOptions* options) {
   command->add_option("DIR", options->tree)->required();
-  AddRepeated(command, "--partition", &options->partitions);
+  command->add_option("--partition", options->partitions)->allow_extra_args(false);
   command->add_option("--phone", options->phone);
-  AddRepeated(command, "--props", &options->property_files);
-  AddRepeated(command, "--set", &options->assignments);
+  command->add_option("--props", options->property_files)->allow_extra_args(false);
+  command->add_option("--set", options->assignments)->allow_extra_args(false);
   AddCarrierOption(command, "--carrier", &options->carriers);
   auto* steps = &options->steps;
   AddParsed(command, "--call", [steps](const auto& text) { return AddCall(text, steps); });

@@ -6,8 +6,6 @@
 
 #include <android-base/file.h>
 
-#include <clocale>
-
 namespace extprop {
 
 namespace {
@@ -54,7 +52,6 @@ Result<Library> LoadLibrary(const std::string& path) {
           &library.IsLegalPropertyValue);
   Resolve(handle, "_ZN7android4init23ExtensionPartitionRootsB5cxx11E",
           &library.ExtensionPartitionRoots);
-  setlocale(LC_CTYPE, "C.UTF-8");
   return library;
 }
 

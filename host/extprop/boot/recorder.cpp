@@ -236,9 +236,11 @@ void Recorder::AddFile(FileOp op, const watch::PlatformCall& call, int error) {
   FileEvent event;
   event.op = op;
   event.path = call.path;
-  if (Changes(call)) event.device_path = PathOf(call);
+  if (Changes(call)) {
+    event.device_path = PathOf(call);
+    event.existed = existed_before;
+  }
   event.error = error;
-  event.existed = Changes(call) && existed_before;
   Add(event);
 }
 

@@ -40,13 +40,6 @@ Endings EndingsToTell(const CarrierBoots& boots, const BootPlan& plan, const Boo
   return told;
 }
 
-// What the progress bar says of a boot.
-std::string TitleOf(const Choices& choices) {
-  std::string title;
-  for (const CarrierChoice& choice : choices) title += (title.empty() ? "" : " ") + choice.Title();
-  return title.empty() ? "default" : title;
-}
-
 using Tell = std::function<Endings(const BootPlan& plan, const BootRecord& record)>;
 
 // Starts a boot of `plan` with the choices, of whose record `tell` makes the endings.
@@ -110,7 +103,7 @@ void BootEach(const CarrierBoots& boots, const std::vector<Choices>& choices, un
     running.pop_front();
     progress.Clear();
     take(done++, outcome);
-    if (done < choices.size()) progress.Show(done, choices.size(), TitleOf(choices[done]));
+    if (done < choices.size()) progress.Show(done, choices.size(), Titles(choices[done], " "));
   };
   const auto tell = [&](const BootPlan& plan, const BootRecord& record) {
     return EndingsToTell(boots, plan, record);

@@ -142,6 +142,12 @@ const std::vector<std::string>& CarrierKinds() {
   return kinds;
 }
 
+std::string Titles(const std::vector<CarrierChoice>& choices, const char* separator) {
+  std::vector<std::string> titles;
+  for (const CarrierChoice& choice : choices) titles.push_back(choice.Title());
+  return android::base::Join(titles, separator);
+}
+
 Result<CarrierChoice> ParseCarrierChoice(const std::string& text) {
   const size_t equals = text.find('=');
   const CarrierChoice choice = {text.substr(0, equals),

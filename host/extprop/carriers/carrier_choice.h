@@ -31,6 +31,9 @@ struct CarrierChoice {
   }
 };
 
+// Returns the titles with `separator` between them.
+std::string Titles(const std::vector<CarrierChoice>& choices, const char* separator);
+
 // The kinds of carriers, as listed above.
 const std::vector<std::string>& CarrierKinds();
 

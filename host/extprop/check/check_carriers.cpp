@@ -12,15 +12,9 @@ namespace extprop {
 namespace {
 
 using android::base::EndsWith;
-using android::base::StartsWith;
 
 // The copies of state files, which are not upgraded from the old format.
 constexpr const char* kCopies[] = {kDataFirstFile, kDataCurrentFile};
-
-bool IsStateFile(const std::string& path) {
-  return StartsWith(path, "/mnt/vendor/vemrareserve/system/") ||
-         StartsWith(path, "/data/system/customize/");
-}
 
 // What the boot read of the file as a text, before it wrote it; empty where it did not.
 std::string TextOf(const BootRecord& boot, const std::string& path) {
@@ -93,7 +87,7 @@ void CheckStateFiles(const BootRecord& boot, const std::vector<Reading>& reading
   for (const Reading& reading : readings) {
     const std::string& path = reading.Path();
     const std::string& known_as = reading.file->path;
-    if (!IsStateFile(known_as) || !reading.file->error.empty() || written.count(known_as) != 0)
+    if (!Has(kStateFiles, known_as) || !reading.file->error.empty() || written.count(known_as) != 0)
       continue;
     if (IsBareKey(reading) && Has(kCopies, known_as)) {
       findings->Add("old-state-file", {path, 1}, "a bare key, which is ignored in this file");

@@ -140,7 +140,7 @@ BuildComparison CompareBuilds(const Build& a, const Build& b) {
   std::vector<BuildGroup> groups;  // one for each key
   for (const auto& [key, in_a] : a.outcomes) {
     const auto in_b = b.outcomes.find(key);
-    const std::string named = key.kind + " " + key.key + ": ";
+    const std::string named = key.Title() + ": ";
     if (in_b == b.outcomes.end()) {
       comparison.only_a.push_back(key);
     } else if (!in_a.error.empty()) {
@@ -177,22 +177,16 @@ void PrintDifferences(const std::string& head, const BuildDifferences& differenc
   }
 }
 
-std::string Listed(const std::vector<CarrierChoice>& keys) {
-  std::string list;
-  for (const CarrierChoice& key : keys) list += (list.empty() ? "" : ", ") + Visible(key.Title());
-  return list;
-}
-
 void PrintComparison(const BuildComparison& comparison, bool stat) {
   const auto& [everywhere, groups, keys, only_a, only_b, errors] = comparison;
   if (!everywhere.empty()) PrintDifferences("every carrier", everywhere, stat);
   size_t different = 0;
   for (const BuildGroup& group : groups) {
-    PrintDifferences(Listed(group.keys), group.differences, stat);
+    PrintDifferences(Visible(Titles(group.keys, ", ")), group.differences, stat);
     different += group.keys.size() - (group.keys.front().kind.empty() ? 1 : 0);
   }
-  if (!only_a.empty()) Print(Coloured(kBold, "only in A: " + Listed(only_a)) + "\n");
-  if (!only_b.empty()) Print(Coloured(kBold, "only in B: " + Listed(only_b)) + "\n");
+  if (!only_a.empty()) Print(Coloured(kBold, "only in A: " + Visible(Titles(only_a, ", "))) + "\n");
+  if (!only_b.empty()) Print(Coloured(kBold, "only in B: " + Visible(Titles(only_b, ", "))) + "\n");
   Print(
       fmt::format("keys in both builds: {}, with differences: {} in {}; only in A: {}, only in B: "
                   "{}\n",
