@@ -39,7 +39,8 @@ inline std::string ShellWord(const std::string& word) {
   return "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
 }
 
-// Returns `json` as text, on one line where `indent` is -1; bytes that are not UTF-8 become U+FFFD.
+// Returns `value` as text, on one line where `indent` is -1; bytes that are not UTF-8 become
+// U+FFFD.
 inline std::string JsonText(const json& value, int indent = 2) {
   return value.dump(indent, ' ', false, json::error_handler_t::replace);
 }

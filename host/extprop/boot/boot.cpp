@@ -153,21 +153,21 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
   const Watchdog watchdog(plan, recorder, give_up);
   if (plan.prepare) plan.prepare();
   auto* service = library.factory(kLibraryName);
-  bool past_partitions = false;
+  bool any_step = false;
   for (const PlannedStep& planned : plan.steps) {
     // init loads them after the partitions, before anything else.
     const bool partition = FillsMap(planned);
-    if (past_partitions && !partition) recorder->LoadStored();
+    if (any_step && !partition) recorder->LoadStored();
     recorder->BeginStep(Describe(planned));
     if (!partition) recorder->LoadStored();
-    past_partitions = true;
+    any_step = true;
     Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
                                                   : Call(planned, service, recorder);
     if (done.ok()) continue;
     recorder->FailStep(done.error().message());
     break;
   }
-  if (past_partitions) recorder->LoadStored();
+  if (any_step) recorder->LoadStored();
   return recorder->Finish();
 }
 

@@ -73,8 +73,8 @@ Result<json> RunBoot(const BootPlan& plan, const Digest& digest);
 // Is told why a boot is given up, on a thread of its own; has to end the process.
 using GiveUp = std::function<void(const std::string& error)>;
 
-// Plays the host in this very process and its root, whatever tree the plan names. Once per process.
-// Calls `give_up` where the boot takes longer than the plan allows.
+// Plays the host in this very process and its root, whatever tree the plan names, and returns what
+// happened. Once per process. Calls `give_up` where the boot takes longer than the plan allows.
 BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& give_up);
 
 }  // namespace extprop

@@ -65,7 +65,7 @@ struct FileEvent {
   std::string device_path;  // where the device's files have it; of what changes files, else empty
   int error = 0;            // errno; 0 where it succeeded
   bool existed = false;     // whether something was there before a kWrite
-  std::string content;      // the first bytes of what was read for its text, not for its properties
+  std::string content;      // the first bytes of what was read; where lines are, no property file
   FileState after;          // at the end of the step, for kWrite, kMkdir and kChown
 };
 
@@ -95,7 +95,7 @@ struct PropertyLine {
   std::string name;   // of a property; of an import the path
   std::string value;  // of a property; of an import the filter
   std::string text;   // as it stands in the file; empty where that is NAME=VALUE
-  std::string said;   // what the library logged about an import that it did not follow
+  std::string said;   // what the library logged about an import that it refused or cannot expand
 };
 
 struct Event {

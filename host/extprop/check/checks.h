@@ -13,9 +13,10 @@
 // are those of the record.
 namespace extprop {
 
-// Boots the plan's tree, reads the property files that this boot had no reason to read, and returns
-// what came up, in the order of path and line. Overrides between partitions are many and meant, so
-// they are told only if asked for. Fails as RunBoot does.
+// Boots the plan's tree with what the COTA service does with the info files, reads the property
+// files that this boot had no reason to read, and returns what came up, in the order of path and
+// line. Overrides between partitions are many and meant, so they are told only if asked for. Fails
+// as RunBoot does, and where the library does not show its own checks.
 Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides);
 
 // One reading of a property file, with the lines but of a file that the boot itself had written.

@@ -1,3 +1,5 @@
+#include <android-base/format.h>
+
 #include <algorithm>
 #include <iostream>
 
@@ -79,7 +81,7 @@ int Diff(const Options& options) {
       PrintSide("  - ", kRed, ending_a);
       PrintSide("  + ", kGreen, ending_b);
     }
-    if (phone) std::cout << "only on the phone: " << left_out << " that nothing here sets\n";
+    if (phone) Print(fmt::format("only on the phone: {} that nothing here sets\n", left_out));
   }
   EndOutput(kTrouble);
   return differences.empty() ? kSame : kDifferent;

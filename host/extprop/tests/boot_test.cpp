@@ -90,9 +90,10 @@ TEST_F(BootTest, the_summary_holds_what_changed_and_fits_a_narrow_terminal) {
             "  W Overriding previous 'ro.' property 'ro.shared':'odm' with new value 'manifest'\n"
             "  filled map: 3 properties, 1 replaced\n    [ro.shared]: [manifest]  (was [odd])\n\n"
             "changed files\n  none\n\nmounts\n  none\n");
-  const std::string narrow = "script -qec 'stty cols 60; TERM=dumb " EXTPROP " " + options +
-                             "' /dev/null | tr -d '\\r' | awk 'length > 60 || /\\033/'; true";
-  EXPECT_EQ(RunTool("--version >/dev/null", narrow).out, "");
+  const std::string narrow =
+      "script -qec 'stty cols 60; TERM=dumb " EXTPROP " " + options +
+      "' /dev/null | tr -d '\\r' | awk 'length > 60 || /\\033/; END { print NR > 9 }'; true";
+  EXPECT_EQ(RunTool("--version >/dev/null", narrow).out, "1\n");
 }
 
 TEST_F(BootTest, a_kept_tree_boots_as_the_device_would_next) {

@@ -146,7 +146,10 @@ class CarrierTest : public testing::Test {
   }
 
   std::string Explain(const std::string& name) {
-    return RunTool("explain " + name + " " + tree_.path() + " --set persist.kept=user").out;
+    const Outcome outcome =
+        RunTool("explain " + name + " " + tree_.path() + " --set persist.kept=user");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    return outcome.out;
   }
 
   TempTree tree_;
