@@ -92,7 +92,7 @@ TEST_F(BootTest, the_summary_holds_what_changed_and_fits_a_narrow_terminal) {
             "changed files\n  none\n\nmounts\n  none\n");
   const std::string narrow =
       "script -qec 'stty cols 60; TERM=dumb " EXTPROP " " + options +
-      "' /dev/null | tr -d '\\r' | awk 'length > 60 || /\\033/; END { print NR > 9 }'; true";
+      "' /dev/null | tr -d '\\r' | awk 'length > 60 || /\\033/; END { print (NR > 9) }'; true";
   EXPECT_EQ(RunTool("--version >/dev/null", narrow).out, "1\n");
 }
 
