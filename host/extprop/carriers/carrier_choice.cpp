@@ -144,6 +144,7 @@ const std::vector<std::string>& CarrierKinds() {
 
 std::string Titles(const std::vector<CarrierChoice>& choices, const char* separator) {
   std::vector<std::string> titles;
+  titles.reserve(choices.size());
   for (const CarrierChoice& choice : choices) titles.push_back(choice.Title());
   return android::base::Join(titles, separator);
 }
