@@ -101,7 +101,7 @@ class WhatWasRead {
   std::string WhyNot(const FoundLine& line) {
     if (files_.count(line.path) != 0) {
       // Much of what an info file holds is handed over by some steps only.
-      const bool told = ContentOf(line.path) != FileContent::kInfo || IsHandedOver(line.name);
+      const bool told = ContentOf(line.path) != FileContent::kInfo || IsHandedOver(line);
       return told ? "" : "read, but not among what is handed over of this file";
     }
     if (!line.importer.empty()) {
@@ -156,9 +156,14 @@ class WhatWasRead {
     return filtered.empty() ? unknown : filtered;
   }
 
-  bool IsHandedOver(const std::string& name) const {
-    for (const HandOver* map : Only<HandOver>(record_)) {
-      if (FindEntry(*map, name) != nullptr) return true;
+  // Whether a step that read the line's file handed the property over as the line has it.
+  bool IsHandedOver(const FoundLine& line) const {
+    for (const PropertyFile& file : record_.property_files) {
+      if (file.device_path != line.path) continue;
+      for (const HandOver* map : Only<HandOver>(record_.steps[file.step].events)) {
+        const Entry* entry = FindEntry(*map, line.name);
+        if (entry != nullptr && entry->value == line.value) return true;
+      }
     }
     return false;
   }
