@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -164,6 +165,8 @@ TEST_F(BootTest, reads_a_build_prop_and_what_getprop_prints) {
 }
 
 TEST_F(BootTest, a_phone_keeps_its_carrier_without_its_state_files) {
+  std::filesystem::remove_all(tree_ / "mnt/vendor/vemrareserve");
+  tree_.Write("odm/build.prop", "ro.current=none\nro.odm=spaced value\npersist.zone=UTC\n");
   tree_.Write("odm/etc/nvmap.prop", "CARR1=west\n");
   tree_.Write("odm/properties/west/SimSwitchFirstTime/a.prop", "ro.first=west\n");
   tree_.Write("odm/properties/west/SimSwitchCurrentTime/a.prop", "ro.current=west\n");
