@@ -167,7 +167,7 @@ class Surveyor {
     Walk walk(&survey_);
     for (const std::string& root : *library_.ExtensionPartitionRoots)
       walk.AddRoot(root, Kind::kPartition);
-    for (const char* root : {"/my_company", "/my_carrier"}) walk.AddRoot(root, Kind::kPlace);
+    for (const char* root : kTopPlaces) walk.AddRoot(root, Kind::kPlace);
     walk.AddRoot(ValueIn(plan_.properties, kImageRoot), Kind::kImage);
     for (const char* info : kInfoFiles) {
       for (const auto& [name, value] : ReadState(info)) {

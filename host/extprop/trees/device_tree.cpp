@@ -87,7 +87,7 @@ std::vector<OutgoingLink> LinksOut(const DeviceTree& tree) {
     if (!no_link && LeadsOut(tree, path, target)) found[path] = target;
   };
   std::vector<std::string> places(std::begin(kWritable), std::end(kWritable));
-  places.insert(places.end(), {"/my_company", "/my_carrier"});
+  places.insert(places.end(), std::begin(kTopPlaces), std::end(kTopPlaces));
   for (const std::string& partition : kPartitions) places.push_back(PlaceOf(partition));
   std::set<fs::path> roots;
   for (const std::string& place : places) {

@@ -16,6 +16,9 @@ inline const std::vector<std::string> kPartitions = {
 constexpr const char* kWritable[] = {"/data/cota", "/data/system/customize", "/mnt/cota",
                                      "/mnt/vendor/vemrareserve"};
 
+// Where two of the partitions are looked for as well, most often by a link.
+constexpr const char* kTopPlaces[] = {"/my_company", "/my_carrier"};
+
 // Returns where on the device init has mounted a partition when it loads the properties, or "" if
 // there is none of that name.
 std::string PlaceOf(const std::string& partition);
