@@ -153,21 +153,19 @@ BootRecord PlayHost(const BootPlan& plan, const Library& library, const GiveUp& 
   const Watchdog watchdog(plan, recorder, give_up);
   if (plan.prepare) plan.prepare();
   auto* service = library.factory(kLibraryName);
-  bool any_step = false;
   for (const PlannedStep& planned : plan.steps) {
     // init loads them after the partitions, before anything else.
     const bool partition = FillsMap(planned);
-    if (any_step && !partition) recorder->LoadStored();
+    if (!partition) recorder->LoadStored();
     recorder->BeginStep(Describe(planned));
     if (!partition) recorder->LoadStored();
-    any_step = true;
     Result<void> done = planned.loader == nullptr ? Post(planned.argument, recorder)
                                                   : Call(planned, service, recorder);
     if (done.ok()) continue;
     recorder->FailStep(done.error().message());
     break;
   }
-  if (any_step) recorder->LoadStored();
+  recorder->LoadStored();
   return recorder->Finish();
 }
 

@@ -38,13 +38,6 @@ const char* BareKeyProperty(const std::string& path) {
   return path == kCurrentFile ? kCurrentKey : nullptr;
 }
 
-std::string KeyPropertyIn(const std::string& path) {
-  if (path == kDataFirstFile) return kFirstKey;
-  if (path == kDataCommonFile) return kChannelKey;
-  const char* property = BareKeyProperty(path);
-  return property == nullptr ? "" : property;
-}
-
 bool IsKeyedDirectory(const std::string& name) {
   return std::any_of(std::begin(kKeyedDirectories), std::end(kKeyedDirectories),
                      [&](const KeyedDirectory& keyed) { return name == keyed.directory; });
@@ -80,7 +73,9 @@ bool IsForwarded(const std::string& name) {
   return StartsWith(name, "sys.") || StartsWith(name, "ro.");
 }
 
-bool IsInfoProperty(const std::string& name) {
+bool IsProperty(FileContent content, const std::string& name) {
+  if (content != FileContent::kInfo) return content == FileContent::kProperties;
+  // "persisit." is the contract's spelling.
   return IsForwarded(name) || StartsWith(name, "persist.") || StartsWith(name, "persisit.");
 }
 

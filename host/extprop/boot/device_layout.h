@@ -63,6 +63,9 @@ constexpr const char* kStateFiles[] = {kDataCommonFile,  kAppChannelFile,   kDat
 constexpr const char* kLaterFiles[] = {kDataCurrentFile, kCommonFile,       kDataFirstFile,
                                        kDataCommonFile,  kForceConnectFile, kFlashbackFile};
 
+// What the special edition's loader reads alone.
+constexpr const char* kSpecialEditionFile = "/my_company/etc/build.prop";
+
 // What tells of a COTA image or module: files that are read once, and the properties that they and
 // a device may hold.
 constexpr const char* kMountInfoFile = "/data/cota/cota_mount_info.prop";
@@ -84,10 +87,6 @@ bool IsKeyProperty(const std::string& name);
 // file is of the old format; null for a file that has no such format.
 const char* BareKeyProperty(const std::string& path);
 
-// Returns the property whose value is a carrier key that a choice keeps in the state file `path`,
-// "" where there is none.
-std::string KeyPropertyIn(const std::string& path);
-
 // Returns whether ROOT/properties/KEY/NAME is read for any key.
 bool IsKeyedDirectory(const std::string& name);
 
@@ -100,14 +99,15 @@ KeyedPath ParseKeyedPath(const std::string& path);
 
 // Returns whether an info file's line of that name is a property that every step forwards.
 bool IsForwarded(const std::string& name);
-// Returns whether it is any property; all others are the file's own keys. "persisit." is the
-// contract's spelling.
-bool IsInfoProperty(const std::string& name);
 
 // What the lines of a file are that the library reads by itself, not for an import: properties, of
 // which an info file holds some among keys of its own, or mappings of keys.
 enum class FileContent { kProperties, kInfo, kMapping };
 FileContent ContentOf(const std::string& path);
+
+// Returns whether a line of that name is a property in a file of that content, not a mapping nor an
+// info file's own key.
+bool IsProperty(FileContent content, const std::string& name);
 
 // Returns `text` in lower case as the library makes the parts of an operator key.
 std::string LowerCased(std::string text);

@@ -121,6 +121,7 @@ Recorder* Recorder::Start(const BootPlan& plan, const Library& library) {
 }
 
 void Recorder::LoadStored() {
+  if (record_.steps.empty()) return;
   if (!std::exchange(stored_loaded_, true) && !stored_.empty()) {
     Receive(kStoredProperties, android::init::PropertyMap(stored_));
   }

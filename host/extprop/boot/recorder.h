@@ -33,7 +33,7 @@ class Recorder : public watch::Observer, public android::init::PropertyFileObser
   static Recorder* Start(const BootPlan& plan, const Library& library);
 
   // Loads the stored properties, as init does after the partitions; the event belongs to the last
-  // step, which there must be. Further calls do nothing.
+  // step. Does nothing before any step, nor when called again.
   void LoadStored();
 
   // The callback for the loaders.

@@ -132,8 +132,9 @@ Result<Found> Ask(const BootPlan& plan, const std::function<Found(const Survey&)
 }  // namespace
 
 json ToJson(const CarrierKey& key) {
-  return {{"kind", key.kind},   {"name", key.name},       {"target", key.target},
-          {"first", key.first}, {"sources", key.sources}, {"never", key.never}};
+  json object = key;
+  object.erase("listed");
+  return object;
 }
 
 Result<std::vector<CarrierKey>> FindCarrierKeys(const BootPlan& plan) {
@@ -149,9 +150,7 @@ Result<std::set<std::string>> FindSurveyedNames(const BootPlan& plan) {
     const auto& files = survey.record->property_files;
     for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
       const FileContent content = ContentOf(files[OutermostFile(*survey.record, line->file)].path);
-      const bool is_key = content == FileContent::kMapping ||
-                          (content == FileContent::kInfo && !IsInfoProperty(line->name));
-      if (Sets(*line) && !is_key) names.insert(line->name);
+      if (Sets(*line) && IsProperty(content, line->name)) names.insert(line->name);
     }
     return names;
   });

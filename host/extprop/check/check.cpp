@@ -19,7 +19,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Finding, at, id, message, other)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MappedKey, target, files)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles::Mapping, file, at, key, target)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CarrierFiles, keyed_files, keyed_directories, mappings, nv_keys,
-                                   first_keys, none)
+                                   first_keys, no_partition)
 
 namespace {
 
@@ -63,7 +63,7 @@ CarrierFiles CarrierFilesOf(const Survey& survey) {
   carriers.nv_keys = MappingsOf(survey, kNvMapping);
   carriers.first_keys = MappingsOf(survey, kFirstMapping);
   const bool whole = survey.unreadable.empty() && Unreadable(*survey.record).empty();
-  carriers.none = whole ? "no partition" : "no partition that could be looked into";
+  carriers.no_partition = whole ? "no partition" : "no partition that could be looked into";
   return carriers;
 }
 
@@ -113,7 +113,7 @@ bool NamesModuleDirectories(const BootRecord& boot) {
     if (boot.property_files[line->file].path != kMountInfoFile || !Sets(*line)) continue;
     if (line->name == kImageVerified || line->name == kImageRoot) return false;
     const bool is_directory = line->value[0] == '/' && line->name != "bind_point";
-    any = any || (is_directory && !IsInfoProperty(line->name));
+    any = any || (is_directory && !IsProperty(FileContent::kInfo, line->name));
   }
   return any;
 }
@@ -171,10 +171,10 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
   Result<StartedBoot> survey =
       StartSurvey(plan, [&](const Survey& found) { return CheckSurvey(*library, found); });
   if (!survey.ok()) return survey.error();
-  Findings links;
+  Findings findings;
   for (const OutgoingLink& link : LinksOut(plan.device)) {
-    links.Add("outgoing-link", {link.path},
-              "it leads to " + link.target + ", outside the device's files");
+    findings.Add("outgoing-link", {link.path},
+                 "it leads to " + link.target + ", outside the device's files");
   }
   // What info files are left the COTA service's commands are for. Of the mount info file's it takes
   // a boot to tell which.
@@ -190,10 +190,10 @@ Result<std::vector<Finding>> CheckTree(const BootPlan& plan, bool overrides) {
     });
     if (!answer.ok()) return answer.error();
     if (answer->is_null()) continue;
-    for (const json& found : *answer) links.Add(found.get<Finding>());
+    for (const json& found : *answer) findings.Add(found.get<Finding>());
     break;
   }
-  return links.Sorted();
+  return findings.Sorted();
 }
 
 }  // namespace extprop

@@ -41,7 +41,7 @@ void CheckCarrier(const Place& at, const std::string& key, const CarrierFiles& c
                   Findings* findings) {
   if (key.empty() || carriers.keyed_directories.count(key) != 0) return;
   findings->Add("unknown-carrier", at,
-                carriers.none + " has a directory properties/" + WithoutInvisible(key));
+                carriers.no_partition + " has a directory properties/" + WithoutInvisible(key));
 }
 
 // Checks a state file whose whole text is a key where it does not set the property.
@@ -124,7 +124,7 @@ void CheckMappings(const CarrierFiles& carriers, Findings* findings) {
                           : carriers.keyed_directories.count(target) != 0;
     if (known) continue;
     findings->Add("missing-target", at,
-                  carriers.none + " has " +
+                  carriers.no_partition + " has " +
                       (nv ? "etc/build." + WithoutInvisible(target) + ".prop"
                           : "a directory properties/" + WithoutInvisible(target)));
   }
@@ -148,14 +148,14 @@ void CheckLegacyKeys(const BootRecord& boot, const CarrierFiles& carriers, Findi
     const std::string named = key.first.c_str();
     if (named.empty() || mappings.count(named) != 0) return;
     findings->Add("unmapped-key", key.second,
-                  carriers.none + "'s etc/" + file + " knows the key " + Quoted(named));
+                  carriers.no_partition + "'s etc/" + file + " knows the key " + Quoted(named));
   };
   report(nv, carriers.nv_keys, kNvMapping);
   const bool known = carriers.keyed_files.count(ssv.first) != 0 ||
                      carriers.first_keys.count(ssv.first.c_str()) != 0;
   if (!ssv.first.empty() && !known) {
     findings->Add("unknown-carrier", ssv.second,
-                  carriers.none + " has etc/build." + WithoutInvisible(ssv.first) +
+                  carriers.no_partition + " has etc/build." + WithoutInvisible(ssv.first) +
                       ".prop, and no etc/" + kFirstMapping + " the key");
   }
 

@@ -98,10 +98,7 @@ void ReadingCheck::CheckNoProperty(const PropertyLine& line) {
 }
 
 void ReadingCheck::CheckProperty(const PropertyLine& line) {
-  // Lines of mapping files and the info files' own keys are no properties.
-  const bool is_property = reading_.content == FileContent::kProperties ||
-                           (reading_.content == FileContent::kInfo && IsInfoProperty(line.name));
-  if (!is_property) return;
+  if (!IsProperty(reading_.content, line.name)) return;
   if (!library_.IsLegalPropertyName(line.name)) {
     Report("illegal-name", line, Quoted(line.name) + " is no legal property name");
   }

@@ -61,7 +61,7 @@ struct CarrierFiles {
   std::set<std::string> keyed_directories;                      // the KEYs of R/properties/KEY
   std::vector<Mapping> mappings;
   std::map<std::string, MappedKey> nv_keys, first_keys;  // what the library makes of the mappings
-  std::string none;  // what the sentence begins with that nothing has something
+  std::string no_partition;  // the subject of what is said of something missing
 };
 
 // Returns true for what was read of a state file that has a bare key, as the old format has it, in

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/extprop/boot/device_layout.h"
+#include "host/extprop/explain/computed_value.h"
 
 namespace extprop {
 
@@ -47,9 +48,10 @@ void CarrierKeyOrigins::TakeWrite(const FileEvent& file) {
   if (BareKeyProperty(file.path) != nullptr && file.existed) {
     SetPlace(file.device_path, 1, &source);  // it is written anew in the form of today
   } else if (file.path == kForceConnectFile) {
-    source.place = "rule: forced connection";
-    for (const char* input :
-         {"persist.sys.911.shutdown", "ro.vemra.internet.whether.force.connect"}) {
+    const Entry forced = {"ro.vemra.internet.force.connect", "", "", ""};
+    const ComputedValue computed = FindComputedValue({0, {forced}}, forced);
+    source.place = "rule: " + computed.rule;
+    for (const std::string& input : computed.inputs) {
       const Setting* winner = Winner(ValueIn(histories_, input));
       if (winner != nullptr) source.inputs.push_back(*winner);
     }

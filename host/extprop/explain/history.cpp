@@ -15,6 +15,7 @@ namespace extprop {
 
 namespace {
 
+using android::base::EndsWith;
 using android::base::StartsWith;
 
 // Returns what the map has of the name, null unless a line of it is in the history.
@@ -115,9 +116,10 @@ class Historian {
     const Setting* written = keys_.WrittenFrom(file.path);
     if (written != nullptr) return Named(line.name, line.value, *written);
     Setting setting = Named(line.name, line.value, {});
-    // A choice of carrier wrote one line of the file.
+    // A choice of carrier, which ends in KIND=KEY, wrote one line of the file.
     const std::string& choice = ValueIn(record_.chosen, file.path);
-    if (!choice.empty() && line.name == KeyPropertyIn(file.path)) {
+    const KeyedDirectory* keyed = choice.empty() ? nullptr : KeyedBy(line.name);
+    if (keyed != nullptr && EndsWith(choice, std::string(" ") + keyed->kind + "=" + line.value)) {
       setting.place = choice;
     } else {
       SetPlace(file.device_path, line.line, &setting);

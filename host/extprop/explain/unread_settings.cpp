@@ -27,8 +27,6 @@ bool IsGlob(const std::string& pattern) {
   return pattern.find_first_of("*?[\\") != std::string::npos;
 }
 
-constexpr const char* kSpecialEdition = "/my_company/etc/build.prop";
-
 std::string PlaceOf(const PropertyFile& file, unsigned line) {
   return file.device_path + ":" + std::to_string(line);
 }
@@ -37,20 +35,18 @@ SearchResult Search(const Survey& survey) {
   SearchResult result = {{}, survey.unreadable};
   result.unreadable.merge(Unreadable(*survey.record));
   const auto& files = survey.record->property_files;
-  const std::string special_edition = PathOrigins().Find(kSpecialEdition);
+  const std::string special_edition = PathOrigins().Find(kSpecialEditionFile);
   std::set<std::pair<std::string, unsigned>> by_import;
   for (const PropertyLine* line : Only<PropertyLine>(*survey.record)) {
     const PropertyFile& read = files[line->file];
     const std::string& path = read.device_path;
-    const FileKind outermost =
-        ValueIn(survey.files, files[OutermostFile(*survey.record, line->file)].device_path).kind;
-    if (!Sets(*line) || outermost == FileKind::kMapping) continue;
+    const PropertyFile& outermost = files[OutermostFile(*survey.record, line->file)];
+    if (!Sets(*line) || !IsProperty(ContentOf(outermost.path), line->name)) continue;
     FoundLine found = {path, line->line, line->name, line->value, ""};
     const auto surveyed = survey.files.find(path);
     const bool imported = read.importer != kNoImporter;
     // What is imported and surveyed has been read by itself too.
     if (imported == (surveyed != survey.files.end())) continue;
-    if (ContentOf(read.path) == FileContent::kInfo && !IsInfoProperty(line->name)) continue;
     if (imported) {
       // Only imports lead to it; the first one is as good as any.
       if (!by_import.insert({path, line->line}).second) continue;

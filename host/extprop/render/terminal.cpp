@@ -54,6 +54,7 @@ size_t TerminalWidth(int fd) {
   return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
+// Returns the line broken as Print says.
 std::string Wrapped(const std::string& line, size_t width) {
   const size_t indent = std::min(line.find_first_not_of(' '), line.size());
   std::string wrapped = line.substr(0, indent), word;
